@@ -1,0 +1,16 @@
+// Write and one-off read queues, and the cyclic read-list rebuild.
+#ifndef QUORVEL_RV_LISTS_H
+#define QUORVEL_RV_LISTS_H
+
+#include <QList>
+
+#include "../driver/export.h"
+#include "../driver/records.h"
+
+// Grouping pass and its helpers; run with listMutex held.
+RV_EXPORT void Bubble_Sort(QList<RW_VAR> *list);
+RV_EXPORT void BitVarReCreat(QList<RW_VAR> *list, int limit);
+RV_EXPORT void addressAdd(RW_VAR &var, int pieceSize, bool appendRemainder);
+RV_EXPORT void WhetherGroup(int total, int pieceSize, RW_VAR *var, QList<RW_VAR> *list);
+
+#endif

@@ -1,0 +1,22 @@
+// Moves values between the runtime's byte formats and the local-area
+// blocks. They neither lock nor check capacity: callers hold areaMutex and
+// keep start/count inside the block with clampToArea.
+#ifndef QUORVEL_RV_ACCESSORS_H
+#define QUORVEL_RV_ACCESSORS_H
+
+#include <QByteArray>
+
+#include "../driver/export.h"
+
+RV_EXPORT void GetBit_unsigned_char(QByteArray &out, unsigned char *bits, int start, int count);
+RV_EXPORT void GetBit_unsigned_short(QByteArray &out, unsigned short *bits, int start, int count);
+RV_EXPORT void GetWord_unsigned_short(QByteArray &out, unsigned short *words, int start, int count);
+RV_EXPORT void GetWord_32Bit(QByteArray &out, unsigned short *words, int start, int count);
+RV_EXPORT void SetBit_unsigned_char(int start, unsigned char *bits, QByteArray *in, int count);
+RV_EXPORT void SetBit_unsigned_short(int start, unsigned short *bits, QByteArray *in, int count);
+RV_EXPORT void SetValue_unsigned_short(int start, unsigned short *words, QByteArray *in, int count);
+RV_EXPORT void SetValue_32Bit(int start, unsigned short *words, QByteArray *in, int count);
+RV_EXPORT void SaveBit_unsigned_char(QByteArray *reply, unsigned char *bits);
+RV_EXPORT void SaveWord_unsigned_short(QByteArray *reply, unsigned short *words);
+
+#endif

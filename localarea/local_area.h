@@ -1,0 +1,57 @@
+// The mirror of the controller's element areas and the one table that says
+// which block belongs to an area type, how large it is and what it holds.
+#ifndef QUORVEL_RV_LOCAL_AREA_H
+#define QUORVEL_RV_LOCAL_AREA_H
+
+// 26 blocks in area-type order; bit blocks hold 8 elements per byte, word
+// blocks one 16-bit word per element in the processor's byte order.
+struct LocalArea {
+    unsigned char localX[1048];
+    unsigned char localY[1048];
+    unsigned char localM[1000];
+    unsigned char localS[128];
+    unsigned char localT[72];
+    unsigned char localC[72];
+    unsigned char localET[4];
+    unsigned char localSM[256];
+    unsigned char localHM[120];
+    unsigned char localHS[16];
+    unsigned char localHT[12];
+    unsigned char localHC[12];
+    unsigned char localHSC[4];
+    unsigned char localSEM[4];
+    unsigned short localD[8000];
+    unsigned short localTD[576];
+    unsigned short localCD[576];
+    unsigned short localFD[6144];
+    unsigned short localETD[32];
+    unsigned short localSD[4096];
+    unsigned short localHD[1000];
+    unsigned short localSFD[2000];
+    unsigned short localID[100];
+    unsigned short localQD[100];
+    unsigned short localHSD[500];
+    unsigned short localFS[48];
+};
+static_assert(sizeof(LocalArea) == 50140, "local area is 50140 bytes");
+
+enum { AreaTypeCount = 26, FirstWordArea = 14 };
+
+inline bool isBitArea(int areaType) { return areaType >= 0 && areaType < FirstWordArea; }
+inline bool isWordArea(int areaType) { return areaType >= FirstWordArea && areaType < AreaTypeCount; }
+inline bool isArea(int areaType) { return areaType >= 0 && areaType < AreaTypeCount; }
+
+// Capacity of an area in elements (bits or words); 0 for no area.
+int areaCapacity(int areaType);
+
+// The block of an area type inside `area`, or null when the type has no
+// block of that kind.
+unsigned char *bitBlock(LocalArea &area, int areaType);
+unsigned short *wordBlock(LocalArea &area, int areaType);
+
+// The one bounds guard of the local area. Cuts [start, start+count) to the
+// area's capacity. Returns false (nothing to touch) for no area, a negative
+// start, a count below 1, or a start at or past the end; never overflows.
+bool clampToArea(int areaType, int start, int &count);
+
+#endif

@@ -1,0 +1,15 @@
+// Storing read replies and write values in the mirror or per-station store.
+#ifndef QUORVEL_RV_STORE_H
+#define QUORVEL_RV_STORE_H
+
+#include "../driver/export.h"
+#include "../driver/records.h"
+
+// Caller holds areaMutex; the head of sendQueue is the frame answered.
+RV_EXPORT void SaveToLocalDataErea(QByteArray *reply);
+// Takes areaMutex itself.
+RV_EXPORT void WriteDataToLocal(RW_VAR *var);
+// Caller holds areaMutex. Index of the entry for the key, created if new.
+RV_EXPORT int ExtendFindSameVar(int station, int areaType, int address);
+
+#endif
