@@ -46,6 +46,17 @@ private:
 
 extern RV_EXPORT Quorvel_RV_Series PLC_driver;
 
+// commError is set by the communication thread and read by the runtime's
+// other threads (SetRegisterData); always go through these two.
+inline bool commErrorSet()
+{
+    return __atomic_load_n(&PLC_driver.commError, __ATOMIC_RELAXED);
+}
+inline void setCommError(bool on)
+{
+    __atomic_store_n(&PLC_driver.commError, on, __ATOMIC_RELAXED);
+}
+
 RV_EXPORT void passRetValue(const RW_VAR &source, RW_VAR &destination);
 RV_EXPORT int StringAddressToInt(int areaType, QString addressText);
 
