@@ -1,0 +1,226 @@
+// Handling of the reply to the frame in flight: checks, storing, retries,
+// finishing the request, call-backs and the return code.
+#include "checksum.h"
+#include "driver_object.h"
+#include "locks.h"
+#include "../localarea/store.h"
+
+namespace {
+
+// Outcome numbers of GetDriverReturnValue.
+enum {
+    LocalGood = 0, LocalCheckFailed = 1, LocalNoReply = 2, LocalWrongLength = 3,
+    RemoteGood = 4, RemoteCheckFailed = 5, RemoteNoReply = 6, RemoteWrongLength = 7
+};
+// Results of CheckGetData.
+enum { ReplyBad = 0, ReplyData = 1, ReplyNoData = 2 };
+
+const Protocol *headFrame()
+{
+    const QList<Protocol> &queue = PLC_driver.sendQueue;
+    return queue.isEmpty() ? nullptr : &queue.first();
+}
+
+// The checks common to local and remote replies, as a local outcome number;
+// remote replies add RemoteGood to it. `check` gets CheckGetData's result.
+int classifyReply(QByteArray *reply, int length, int *check)
+{
+    const Protocol *head = headFrame();
+    *check = ReplyBad;
+    if (!head)
+        return LocalCheckFailed;
+    if (length == 0 && head->replyLength != 0)
+        return LocalNoReply;
+    if (length != head->replyLength && head->replyLength != -1)
+        return LocalWrongLength;
+    *check = CheckGetData(reply, length);
+    return *check == ReplyBad ? LocalCheckFailed : LocalGood;
+}
+
+struct CallBackCall {
+    bool pending = false;
+    int ownerType = 0;
+    int ownerId = 0;
+    int status = 0;
+};
+
+// Removes from `list` every request of `station`.
+void dropStation(QList<RW_VAR> &list, int station)
+{
+    for (int i = list.size() - 1; i >= 0; --i)
+        if (list.at(i).station == station)
+            list.removeAt(i);
+}
+
+// Finishes the request in flight by the list it came from; a one-off read
+// may owe its requester a call-back.
+void finishRequest(bool local, CallBackCall *call)
+{
+    Quorvel_RV_Series &d = PLC_driver;
+    switch (d.currentKind) {
+    case KindWrite:
+        if (!d.writeList.isEmpty()) {
+            passRetValue(d.writeList.first(), d.result);
+            d.writeList.removeFirst();
+        }
+        break;
+    case KindOnceRead:
+        if (!d.onceReadList.isEmpty()) {
+            const RW_VAR &once = d.onceReadList.first();
+            bool repeated = false;
+            for (int i = 1; i < d.onceReadList.size() && !repeated; ++i)
+                repeated = d.onceReadList.at(i).ownerType == once.ownerType &&
+                           d.onceReadList.at(i).ownerId == once.ownerId;
+            // A requester with another read still pending hears once, at the end.
+            if (local && !repeated) {
+                call->pending = true;
+                call->ownerType = once.ownerType;
+                call->ownerId = once.ownerId;
+                call->status = commErrorSet() ? 2 : 1;
+            }
+            passRetValue(once, d.result);
+            d.onceReadList.removeFirst();
+        }
+        break;
+    case KindRead:
+        if (!d.readList.isEmpty()) {
+            passRetValue(d.readList.first(), d.result);
+            d.readList.append(d.readList.takeFirst());
+        }
+        break;
+    default:
+        break;
+    }
+}
+
+}  // namespace
+
+int GetDriverReturnValue(int outcome)
+{
+    switch (outcome) {
+    case LocalGood: return 1;
+    case LocalCheckFailed: return SwitchErrorReturn(10);
+    case LocalNoReply: return SwitchErrorReturn(40);
+    case LocalWrongLength: return SwitchErrorReturn(70);
+    case RemoteGood: return 100;
+    case RemoteCheckFailed: return SwitchErrorReturn(110);
+    case RemoteNoReply: return SwitchErrorReturn(140);
+    case RemoteWrongLength: return SwitchErrorReturn(170);
+    default: return 200;
+    }
+}
+
+int SwitchErrorReturn(int base)
+{
+    const Protocol *head = headFrame();
+    const int ownerType = head ? head->var.ownerType : -1;
+    return (ownerType >= 0 && ownerType <= 11) ? base + 1 + ownerType : base + 1;
+}
+
+int CheckGetData(QByteArray *reply, int length)
+{
+    const Protocol *head = headFrame();
+    if (!head)
+        return ReplyBad;
+    if (length == 0 && head->var.station == 0)
+        return ReplyNoData;  // broadcast: nothing to check
+    // The CRC needs two bytes, and every byte it covers must have arrived.
+    if (!reply || length < 2 || length > reply->size())
+        return ReplyBad;
+    const unsigned char *bytes = reinterpret_cast<const unsigned char *>(reply->constData());
+    const int crc = CalCRC(const_cast<unsigned char *>(bytes), static_cast<unsigned short>(length - 2));
+    // The low order byte of the CRC comes first on the wire.
+    if (bytes[length - 2] != (crc & 0xFF) || bytes[length - 1] != ((crc >> 8) & 0xFF))
+        return ReplyBad;
+    switch (head->var.rwMode) {
+    case 0: return ReplyData;
+    case 1: return ReplyNoData;
+    default: return ReplyBad;
+    }
+}
+
+int DealDataOfLocalArea(QByteArray *reply, int length)
+{
+    int check;
+    const int outcome = classifyReply(reply, length, &check);
+    if (check == ReplyData) {
+        MutexHold hold(PLC_driver.areaMutex);
+        SaveToLocalDataErea(reply);
+    }
+    return GetDriverReturnValue(outcome);
+}
+
+int DealDataOfRemoteArea(QByteArray *reply, int length)
+{
+    int check;
+    // Remote replies are checked alike but never stored.
+    return GetDriverReturnValue(classifyReply(reply, length, &check) + RemoteGood);
+}
+
+extern "C" RW_VAR *DataCom(QByteArray *reply, int length)
+{
+    Quorvel_RV_Series &d = PLC_driver;
+    CallBackCall call;
+    int context = 0;
+
+    // listMutex is held from here to the end: the runtime's other threads
+    // rebuild the cyclic list and reset the scan counters under it.
+    lockMutex(d.listMutex);
+    d.result.result = 1;
+    ComInfo *info = d.comInfo;
+    if (d.sendQueue.isEmpty() || !info) {
+        unlockMutex(d.listMutex);
+        return &d.result;
+    }
+    const bool local = d.sendQueue.first().var.linkNo == info->localLinkNo;
+    const int code = local ? DealDataOfLocalArea(reply, length) : DealDataOfRemoteArea(reply, length);
+
+    if (code != 1 && code != 100) {
+        d.scanCounter = 0;
+        setCommError(true);
+        info->scanComplete = 0;
+        ++info->retryCount;
+        if (info->retryCount <= info->retryLimit) {
+            d.result.result = 0;  // the same frame goes out again
+            unlockMutex(d.listMutex);
+            return &d.result;
+        }
+        info->retryCount = 0;
+        d.sendQueue.clear();
+    } else {
+        setCommError(false);
+        d.sendQueue.removeFirst();
+        ++info->framesDone;
+        if (info->framesDone < info->framesPerRequest) {
+            d.result.result = code;  // the request needs further frames
+            unlockMutex(d.listMutex);
+            return &d.result;
+        }
+        if (info->scanComplete == 0 && local && ++d.scanCounter > d.readList.size()) {
+            d.scanCounter = 0;
+            info->scanComplete = 1;
+        }
+    }
+
+    finishRequest(local, &call);
+    if (commErrorSet()) {
+        // The station stopped answering: its pending work goes.
+        if (info->multiStation == 0) {
+            d.onceReadList.clear();
+            d.writeList.clear();
+        } else {
+            dropStation(d.onceReadList, d.result.station);
+            dropStation(d.writeList, d.result.station);
+        }
+    }
+    d.result.result = code;
+    context = info->callbackContext;
+    const HostCallBack callback = d.callback;
+    unlockMutex(d.listMutex);
+
+    // Made outside the lock, once the lists are final, so that the runtime
+    // may read values or queue new work from it.
+    if (call.pending && callback)
+        callback(context, call.ownerType, call.ownerId, call.status);
+    return &d.result;
+}
