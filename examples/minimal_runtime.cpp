@@ -1,0 +1,149 @@
+// The smallest runtime that drives the Quorvel RV driver: it loads the
+// library by its soname, hands it a ComInfo record and one polled variable
+// (D0..D9), runs the communication loop on a serial port and prints the ten
+// registers after every complete scan. Usage:
+//   minimal_runtime /dev/ttyUSB0 [station] [baud] [library]
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+
+#include "quorvel_rv_series.h"
+
+namespace {
+
+struct Api {
+    void (*SetComInfo)(ComInfo *);
+    void (*RegistCallBackFuncIntf)(HostCallBack, int);
+    void (*FlashLocalRegister)(void *, void *, void *);
+    int (*ReCreatReadVarList)(QList<VarInfo> *);
+    Protocol *(*ComCommunication)();
+    RW_VAR *(*DataCom)(QByteArray *, int);
+    int (*GetRegisterData)(QString, int, QString, int, QByteArray *, int);
+};
+
+template <typename F> bool find(void *lib, const char *name, F &slot)
+{
+    if (!(slot = reinterpret_cast<F>(dlsym(lib, name))))
+        std::fprintf(stderr, "minimal_runtime: %s missing from the driver\n", name);
+    return slot != nullptr;
+}
+
+// 8 data bits, even parity, one stop bit (8E1), the usual Modbus RTU setting.
+int openPort(const char *path, int baud)
+{
+    const int fd = open(path, O_RDWR | O_NOCTTY);
+    termios tio{};
+    if (fd < 0 || tcgetattr(fd, &tio) != 0)
+        return -1;
+    cfmakeraw(&tio);
+    tio.c_cflag |= CLOCAL | CREAD | PARENB;
+    tio.c_cflag &= ~(CSTOPB | PARODD);
+    const speed_t speed = baud == 9600 ? B9600 : baud == 38400 ? B38400
+                        : baud == 115200 ? B115200 : B19200;
+    cfsetispeed(&tio, speed);
+    cfsetospeed(&tio, speed);
+    return tcsetattr(fd, TCSANOW, &tio) == 0 ? fd : -1;
+}
+
+// Collects a reply until the expected length has arrived or the line stays
+// quiet for the timeout; -1 (any length) ends on the first quiet gap.
+int readReply(int fd, QByteArray &reply, int expected)
+{
+    reply.clear();
+    char buf[256];
+    pollfd p = {fd, POLLIN, 0};
+    while (expected < 0 || reply.size() < expected) {
+        const ssize_t n = poll(&p, 1, reply.isEmpty() ? 500 : 50) > 0 ? read(fd, buf, sizeof buf) : 0;
+        if (n <= 0)
+            break;
+        reply.append(buf, int(n));
+    }
+    return reply.size();
+}
+
+void onOnceRead(int, int, int, int) {}  // no one-off reads are queued here
+
+}  // namespace
+
+int main(int argc, char **argv)
+{
+    if (argc < 2)
+        return std::fprintf(stderr, "usage: %s DEVICE [station] [baud] [library]\n", argv[0]), 2;
+    const int station = argc > 2 ? std::atoi(argv[2]) : 1;
+    const int baud = argc > 3 ? std::atoi(argv[3]) : 19200;
+    const char *path = argc > 4 ? argv[4] : "libQuorvel_RV_Series.so.1";
+
+    void *lib = dlopen(path, RTLD_NOW | RTLD_LOCAL);
+    if (!lib)
+        return std::fprintf(stderr, "minimal_runtime: %s\n", dlerror()), 2;
+    Api api;
+    if (!find(lib, "SetComInfo", api.SetComInfo) ||
+        !find(lib, "RegistCallBackFuncIntf", api.RegistCallBackFuncIntf) ||
+        !find(lib, "FlashLocalRegister", api.FlashLocalRegister) ||
+        !find(lib, "ReCreatReadVarList", api.ReCreatReadVarList) ||
+        !find(lib, "ComCommunication", api.ComCommunication) ||
+        !find(lib, "DataCom", api.DataCom) ||
+        !find(lib, "GetRegisterData", api.GetRegisterData))
+        return 2;
+    const int fd = openPort(argv[1], baud);
+    if (fd < 0)
+        return std::perror(argv[1]), 2;
+
+    // Set-up, before the communication loop starts. The record must outlive
+    // the driver's use of it.
+    static ComInfo info;
+    info.blockUnits = 64;
+    info.defaultStation = station;
+    info.retryLimit = 2;
+    info.writeMode = 2;
+    api.SetComInfo(&info);
+    api.RegistCallBackFuncIntf(onOnceRead, 0);
+    api.FlashLocalRegister(nullptr, nullptr, nullptr);
+
+    VarInfo d0;  // D0..D9: area type 14, ten registers
+    d0.areaType = 14;
+    d0.station = static_cast<unsigned char>(station);
+    d0.areaName = "D";
+    d0.addressText = "0";
+    d0.count = 10;
+    QList<VarInfo> vars;
+    vars.append(d0);
+    api.ReCreatReadVarList(&vars);
+
+    // The communication loop: one frame out, its reply (or nothing) back.
+    QByteArray reply;
+    time_t shown = 0;
+    for (;;) {
+        Protocol *frame = api.ComCommunication();
+        if (!frame) {
+            usleep(10000);
+            continue;
+        }
+        tcflush(fd, TCIFLUSH);  // stale bytes would be taken for the reply
+        if (write(fd, frame->frame.constData(), frame->sendLength) != frame->sendLength)
+            return 1;
+        tcdrain(fd);
+        const int got = frame->replyLength == 0 ? 0 : readReply(fd, reply, frame->replyLength);
+        const RW_VAR *done = api.DataCom(&reply, got);
+        if (done->result != 0 && done->result != 1 && done->result != 100)
+            std::printf("request given up, code %d\n", done->result);
+        // Print at most once a second, and only once every variable was read.
+        if (info.scanComplete != 1 || time(nullptr) == shown)
+            continue;
+        shown = time(nullptr);
+
+        QByteArray words;
+        api.GetRegisterData(QString(), 14, "0", station, &words, 10);
+        for (int i = 0; i + 1 < words.size(); i += 2)
+            std::printf("D%d=%u ", i / 2,
+                        unsigned(quint8(words[i])) | unsigned(quint8(words[i + 1])) << 8);
+        std::printf("\n");
+        std::fflush(stdout);
+    }
+}
