@@ -1,6 +1,8 @@
 // Moves values between the runtime's byte formats and the local-area
 // blocks. They neither lock nor check capacity: callers hold areaMutex and
-// keep start/count inside the block with clampToArea.
+// keep start/count inside the block with clampToArea. The Save functions
+// are placed by the head of sendQueue and stay inside the area of its
+// request by themselves.
 #ifndef QUORVEL_RV_ACCESSORS_H
 #define QUORVEL_RV_ACCESSORS_H
 

@@ -52,6 +52,11 @@ unsigned short *wordBlock(LocalArea &area, int areaType);
 // The one bounds guard of the local area. Cuts [start, start+count) to the
 // area's capacity. Returns false (nothing to touch) for no area, a negative
 // start, a count below 1, or a start at or past the end; never overflows.
+// Bounds rule of the whole local area, mirror and per-station store alike:
+// a range running past an area's end is cut there (GetRegisterData,
+// SetRegisterData before it splits into blocks, WriteDataToLocal, stored
+// replies); a negative count acts as 0. A stored reply is placed by its
+// frame, so its units before element 0 are dropped and the rest kept.
 bool clampToArea(int areaType, int start, int &count);
 
 #endif
