@@ -1,0 +1,253 @@
+// The polling loop end to end: the driver's frames go over a pseudo-terminal
+// to a libmodbus controller and its answers come back through DataCom.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+#include <QList>
+#include <QMap>
+
+#include "driver/locks.h"
+#include "support/driver_reset.h"
+#include "support/pty_peer.h"
+
+namespace {
+
+QList<int> calls;
+void record(int, int ownerType, int ownerId, int status)
+{
+    calls << ownerType << ownerId << status;
+}
+
+RW_VAR block(int areaType, int address, int count)
+{
+    RW_VAR v;
+    v.areaType = areaType;
+    v.address = address;
+    v.count = count;
+    v.station = 1;
+    v.ownerId = -1;
+    return v;
+}
+
+RW_VAR onceRead(const char *area, int areaType, const char *address, int count, int ownerId)
+{
+    RW_VAR v;
+    v.areaName = area;
+    v.areaType = areaType;
+    v.addressText = address;
+    v.count = count;
+    v.ownerType = 1;
+    v.ownerId = ownerId;
+    return v;
+}
+
+int pendingWork()
+{
+    MutexHold hold(PLC_driver.listMutex);
+    return PLC_driver.writeList.size() + PLC_driver.onceReadList.size();
+}
+
+QByteArray get(int areaType, const char *address, int count)
+{
+    QByteArray out;
+    GetRegisterData(QString(), areaType, address, 1, &out, count);
+    return out;
+}
+
+}  // namespace
+
+TEST(PollingLoop, RoadOfOneWrite)
+{
+    PtyPeer peer;
+    ASSERT_TRUE(peer.ok());
+    resetDriver();
+    QByteArray value("\x34\x12", 2);
+    EXPECT_EQ(SetRegisterData("D", 14, "100", 1, &value, 1, 0, 0), 1);
+    EXPECT_EQ(pollOnce(peer), 1);
+    const std::vector<uint8_t> sent = peer.server().lastRequest();
+    const std::vector<uint8_t> expected = {0x01, 0x06, 0x00, 0x64, 0x12, 0x34, 0xC5, 0x62};
+    EXPECT_EQ(sent, expected);
+    EXPECT_EQ(peer.server().reg(100), 0x1234);
+    EXPECT_TRUE(PLC_driver.writeList.isEmpty());
+
+    // The controller changes it; the next cyclic read brings it home.
+    peer.server().setRegister(100, 0xBEEF);
+    RW_VAR r = block(14, 100, 1);
+    AddListReadVar(&r);
+    EXPECT_EQ(pollOnce(peer), 1);
+    EXPECT_EQ(get(14, "100", 1), QByteArray("\xEF\xBE", 2));
+}
+
+TEST(PollingLoop, CyclicReadsWritesAndOneOffReadsMixed)
+{
+    PtyPeer peer;
+    ASSERT_TRUE(peer.ok());
+    ComInfo *info = resetDriver();
+    calls.clear();
+    RegistCallBackFuncIntf(record, 0);
+    ModbusServer &plc = peer.server();
+    for (int i = 0; i < 64; ++i) {
+        plc.setRegister(i, uint16_t(1000 + i));        // D0..D63
+        plc.setRegister(0x8000 + i, uint16_t(7 * i));  // TD0..TD63
+        plc.setCoil(i, i % 3 == 0);                    // M0..M63
+        plc.setCoil(0x5100 + i, i % 5 == 0);           // X10000..X10077
+    }
+    plc.setRegister(300, 0x0A0B);
+    RW_VAR blocks[] = {block(14, 0, 64), block(15, 0, 64), block(2, 0, 8), block(0, 4096, 8)};
+    for (RW_VAR &b : blocks)
+        AddListReadVar(&b);
+    for (int i = 0; i < 12; ++i) {
+        QByteArray v;
+        v.append(char(i)).append(char(0x50));
+        SetRegisterData("D", 14, QString::number(200 + i), 1, &v, 1, 0, 0);
+    }
+    QByteArray bits("\x01\x00\x01", 3);
+    SetRegisterData("M", 2, "100", 1, &bits, 3, 0, 0);
+    RW_VAR once = onceRead("D", 14, "300", 1, 11);
+    AddListOnceReadVar(&once, 0);
+    RW_VAR onceX = onceRead("X", 0, "10010", 12, 12);  // two one-byte pieces
+    AddListOnceReadVar(&onceX, 0);
+
+    for (int round = 0; round < 80 && (pendingWork() > 0 || info->scanComplete == 0); ++round)
+        ASSERT_EQ(pollOnce(peer), 1) << "round " << round;
+    EXPECT_EQ(info->scanComplete, 1);
+
+    for (int i = 0; i < 12; ++i)
+        EXPECT_EQ(plc.reg(200 + i), 0x5000 + i);
+    EXPECT_TRUE(plc.coil(100));
+    EXPECT_FALSE(plc.coil(101));
+    EXPECT_TRUE(plc.coil(102));
+    for (int i = 0; i < 64; ++i) {
+        EXPECT_EQ(PLC_driver.localArea.localD[i], 1000 + i);
+        EXPECT_EQ(PLC_driver.localArea.localTD[i], 7 * i);
+        EXPECT_EQ(get(2, QByteArray::number(i).constData(), 1).at(0), char(i % 3 == 0));
+        EXPECT_EQ(get(0, QByteArray::number(10000 + (i / 8) * 10 + i % 8, 10).constData(), 1).at(0),
+                  char(i % 5 == 0));
+    }
+    EXPECT_EQ(get(14, "300", 1), QByteArray("\x0B\x0A", 2));
+    EXPECT_EQ(calls, QList<int>() << 1 << 11 << 1 << 1 << 12 << 1);
+}
+
+TEST(PollingLoop, FaultsGiveBandCodesThenTheLoopRecovers)
+{
+    PtyPeer peer;
+    ASSERT_TRUE(peer.ok());
+    ComInfo *info = resetDriver();
+    info->retryLimit = 2;
+    calls.clear();
+    RegistCallBackFuncIntf(record, 0);
+    ModbusServer &plc = peer.server();
+    plc.setRegister(5, 0x0505);
+    RW_VAR cyclic = block(14, 5, 1);
+    AddListReadVar(&cyclic);
+
+    struct Case {
+        ModbusServer::Fault fault;
+        int base;
+    } cases[] = {{ModbusServer::FaultDrop, 40},
+                 {ModbusServer::FaultBadCrc, 10},
+                 {ModbusServer::FaultTruncate, 70}};
+    for (const Case &c : cases) {
+        RW_VAR once = onceRead("D", 14, "5", 1, c.base);
+        once.ownerType = 3;
+        AddListOnceReadVar(&once, 0);
+        QByteArray v("\x01\x00", 2);
+        SetRegisterData("D", 14, "6", 1, &v, 1, 0, 0);
+        // The write goes first; it fails three times and is given up, which
+        // drops the one-off read behind it without a call-back.
+        plc.failNext(c.fault, 3);
+        EXPECT_EQ(pollOnce(peer, 150), 0);
+        EXPECT_EQ(pollOnce(peer, 150), 0);
+        EXPECT_EQ(pollOnce(peer, 150), c.base + 1);
+        EXPECT_EQ(pendingWork(), 0);
+        EXPECT_TRUE(calls.isEmpty());
+
+        // A one-off read given up calls its requester back with status 2.
+        AddListOnceReadVar(&once, 0);
+        plc.failNext(c.fault, 3);
+        pollOnce(peer, 150);
+        pollOnce(peer, 150);
+        EXPECT_EQ(pollOnce(peer, 150), c.base + 1 + 3);
+        EXPECT_EQ(calls, QList<int>() << 3 << c.base << 2);
+        calls.clear();
+
+        // Clean line again: polling and writing work.
+        EXPECT_EQ(pollOnce(peer), 1);
+        EXPECT_EQ(get(14, "5", 1), QByteArray("\x05\x05", 2));
+        EXPECT_EQ(SetRegisterData("D", 14, "6", 1, &v, 1, 0, 0), 1);
+        EXPECT_EQ(pollOnce(peer), 1);
+        EXPECT_EQ(plc.reg(6), 1);
+        plc.setRegister(6, 0);
+    }
+}
+
+TEST(PollingLoop, NoWriteLostWhileOtherThreadsWork)
+{
+    PtyPeer peer;
+    ASSERT_TRUE(peer.ok());
+    resetDriver();
+    RW_VAR cyclic = block(14, 0, 32);
+    AddListReadVar(&cyclic);
+
+    std::atomic<bool> stopWriters(false), stopLoop(false);
+    std::atomic<int> rounds(0);
+    std::thread loop([&] {
+        while (!stopLoop) {
+            if (pollOnce(peer, 300) < 0)
+                std::this_thread::yield();
+            ++rounds;
+        }
+    });
+
+    QMap<int, int> lastSet, lastQueued;  // each owned by one writer thread
+    std::thread setter([&] {
+        for (int n = 0; !stopWriters; ++n) {
+            const int address = 100 + n % 20;
+            QByteArray v;
+            v.append(char(n & 0xFF)).append(char((n >> 8) & 0x7F));
+            SetRegisterData("D", 14, QString::number(address), 1, &v, 1, 0, 0);
+            lastSet[address] = (n & 0xFF) | (((n >> 8) & 0x7F) << 8);
+        }
+    });
+    std::thread queuer([&] {
+        for (int n = 0; !stopWriters; ++n) {
+            RW_VAR w = block(14, 200 + n % 10, 1);
+            w.rwMode = 1;
+            w.value.append(char(n & 0xFF)).append(char(0x11));
+            AddListWriteVar(&w, 0);
+            lastQueued[200 + n % 10] = (n & 0xFF) | 0x1100;
+        }
+    });
+    std::thread oncer([&] {
+        for (int n = 0; !stopWriters; ++n) {
+            RW_VAR o = onceRead("D", 14, "0", 4, n % 7);
+            AddListOnceReadVar(&o, 0);
+            std::this_thread::yield();
+        }
+    });
+    std::thread reader([&] {
+        while (!stopWriters)
+            get(14, "0", 32);
+    });
+
+    std::this_thread::sleep_for(std::chrono::seconds(2));
+    stopWriters = true;
+    setter.join();
+    queuer.join();
+    oncer.join();
+    reader.join();
+    for (int i = 0; i < 3000 && pendingWork() > 0; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    const int left = pendingWork();
+    stopLoop = true;
+    loop.join();
+
+    EXPECT_EQ(left, 0);
+    EXPECT_GT(rounds.load(), 20);
+    for (QMap<int, int>::const_iterator it = lastSet.constBegin(); it != lastSet.constEnd(); ++it)
+        EXPECT_EQ(peer.server().reg(it.key()), it.value()) << "D" << it.key();
+    for (QMap<int, int>::const_iterator it = lastQueued.constBegin(); it != lastQueued.constEnd(); ++it)
+        EXPECT_EQ(peer.server().reg(it.key()), it.value()) << "D" << it.key();
+}
