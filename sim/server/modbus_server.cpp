@@ -1,0 +1,375 @@
+#include "modbus_server.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+
+#include <modbus/modbus.h>
+
+namespace {
+
+// Gap after which a frame that stopped arriving is given up. Generous, so
+// that slow emulated runs are not mistaken for broken frames.
+const int kByteTimeoutMs = 100;
+// How often the serving loop looks at the stop flag when the line is idle.
+const int kIdlePollMs = 50;
+
+// Bytes of a request after station and function code, as a Modbus server
+// frames it: fixed part by function, then the byte count it announces.
+size_t requestLength(const std::vector<uint8_t> &f)
+{
+    if (f.size() < 2)
+        return 4;
+    size_t meta = 0;
+    size_t countAt = 0;  // position of the announced byte count, 0 none
+    switch (f[1]) {
+    case 0x01: case 0x02: case 0x03: case 0x04: case 0x05: case 0x06:
+        meta = 4;
+        break;
+    case 0x0F: case 0x10:
+        meta = 5;
+        countAt = 6;
+        break;
+    case 0x17:
+        meta = 9;
+        countAt = 10;
+        break;
+    default:
+        break;
+    }
+    size_t length = 2 + meta + 2;
+    if (countAt) {
+        if (f.size() <= countAt)
+            return countAt + 1;
+        length += f[countAt];
+    }
+    return length;
+}
+
+void drainFd(int fd)
+{
+    uint8_t buf[512];
+    while (read(fd, buf, sizeof buf) > 0) {
+    }
+}
+
+}  // namespace
+
+ModbusServer::ModbusServer(int fd)
+    : fd_(fd),
+      ctx_(nullptr),
+      map_(nullptr),
+      stations_(1, 1),
+      rng_(1),
+      forced_(FaultNone),
+      forcedLeft_(0),
+      forcedDelayMs_(0),
+      requests_(0),
+      accepted_(0),
+      replies_(0),
+      faults_(0),
+      running_(false)
+{
+    pipe_[0] = pipe_[1] = wake_[0] = wake_[1] = -1;
+    map_ = modbus_mapping_new(65536, 0, 65536, 0);
+}
+
+ModbusServer::~ModbusServer()
+{
+    stop();
+    if (ctx_)
+        modbus_free(ctx_);
+    if (map_)
+        modbus_mapping_free(map_);
+    for (int fd : {pipe_[0], pipe_[1], wake_[0], wake_[1]})
+        if (fd >= 0)
+            close(fd);
+}
+
+void ModbusServer::setStations(const std::vector<int> &stations)
+{
+    std::lock_guard<std::mutex> hold(stateMutex_);
+    stations_.clear();
+    for (int s : stations)
+        if (s >= 1 && s <= 247)
+            stations_.push_back(s);
+}
+
+void ModbusServer::setFaults(const FaultRates &rates)
+{
+    std::lock_guard<std::mutex> hold(stateMutex_);
+    rates_ = rates;
+    rng_.seed(rates.seed);
+}
+
+void ModbusServer::failNext(Fault f, int n, int delayMs)
+{
+    std::lock_guard<std::mutex> hold(stateMutex_);
+    forced_ = f;
+    forcedLeft_ = std::max(0, n);
+    forcedDelayMs_ = delayMs;
+}
+
+bool ModbusServer::start()
+{
+    if (running_ || !map_ || fd_ < 0)
+        return false;
+    if (!ctx_) {
+        // The device name is never opened: the line is handed over as a
+        // socket, and libmodbus only reads and writes it.
+        ctx_ = modbus_new_rtu("/dev/null", 19200, 'E', 8, 1);
+        if (!ctx_)
+            return false;
+        modbus_set_byte_timeout(ctx_, 0, kByteTimeoutMs * 1000);
+        modbus_set_indication_timeout(ctx_, 0, kByteTimeoutMs * 1000);
+    }
+    if (pipe_[0] < 0 && pipe2(pipe_, O_NONBLOCK | O_CLOEXEC) != 0)
+        return false;
+    if (wake_[0] < 0 && pipe2(wake_, O_NONBLOCK | O_CLOEXEC) != 0)
+        return false;
+    drainFd(wake_[0]);
+    running_ = true;
+    thread_ = std::thread(&ModbusServer::serve, this);
+    return true;
+}
+
+void ModbusServer::stop()
+{
+    if (!running_.exchange(false))
+        return;
+    if (wake_[1] >= 0) {
+        const char b = 1;
+        ssize_t ignored = write(wake_[1], &b, 1);
+        (void)ignored;
+    }
+    if (thread_.joinable())
+        thread_.join();
+}
+
+uint16_t ModbusServer::reg(int address) const
+{
+    std::lock_guard<std::mutex> hold(mapMutex_);
+    return map_ ? map_->tab_registers[address & 0xFFFF] : 0;
+}
+
+void ModbusServer::setRegister(int address, uint16_t value)
+{
+    std::lock_guard<std::mutex> hold(mapMutex_);
+    if (map_)
+        map_->tab_registers[address & 0xFFFF] = value;
+}
+
+bool ModbusServer::coil(int address) const
+{
+    std::lock_guard<std::mutex> hold(mapMutex_);
+    return map_ && map_->tab_bits[address & 0xFFFF] != 0;
+}
+
+void ModbusServer::setCoil(int address, bool on)
+{
+    std::lock_guard<std::mutex> hold(mapMutex_);
+    if (map_)
+        map_->tab_bits[address & 0xFFFF] = on ? 1 : 0;
+}
+
+ModbusServer::Counters ModbusServer::counters() const
+{
+    Counters c;
+    c.requests = requests_;
+    c.accepted = accepted_;
+    c.replies = replies_;
+    c.faults = faults_;
+    return c;
+}
+
+bool ModbusServer::waitForRequests(uint64_t n, int timeoutMs) const
+{
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (requests_ < n) {
+        if (std::chrono::steady_clock::now() >= end)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+std::vector<uint8_t> ModbusServer::lastRequest() const
+{
+    std::lock_guard<std::mutex> hold(stateMutex_);
+    return last_;
+}
+
+bool ModbusServer::readByte(uint8_t &byte, int timeoutMs)
+{
+    pollfd p[2] = {{fd_, POLLIN, 0}, {wake_[0], POLLIN, 0}};
+    if (poll(p, 2, timeoutMs) <= 0 || !running_)
+        return false;
+    if (p[0].revents & POLLIN)
+        return read(fd_, &byte, 1) == 1;
+    if (p[0].revents & (POLLHUP | POLLERR))
+        pause(kIdlePollMs);  // the other end is closed: do not spin
+    return false;
+}
+
+bool ModbusServer::readFrame(std::vector<uint8_t> &frame)
+{
+    frame.clear();
+    uint8_t b;
+    if (!readByte(b, kIdlePollMs))
+        return false;
+    frame.push_back(b);
+    while (frame.size() < requestLength(frame) && frame.size() < MODBUS_RTU_MAX_ADU_LENGTH) {
+        if (!readByte(b, kByteTimeoutMs)) {
+            frame.clear();  // a frame that stopped half-way is noise
+            return false;
+        }
+        frame.push_back(b);
+    }
+    return true;
+}
+
+void ModbusServer::drainLine()
+{
+    // After a bad frame, skip to the next silence so the following request
+    // is read from its first byte.
+    uint8_t b;
+    while (running_ && readByte(b, 10)) {
+    }
+}
+
+void ModbusServer::serve()
+{
+    std::vector<uint8_t> frame;
+    while (running_) {
+        if (readFrame(frame))
+            handle(frame);
+    }
+}
+
+ModbusServer::Fault ModbusServer::chooseFault(int &delayMs)
+{
+    std::lock_guard<std::mutex> hold(stateMutex_);
+    if (forcedLeft_ > 0) {
+        --forcedLeft_;
+        delayMs = forcedDelayMs_;
+        return forced_;
+    }
+    delayMs = rates_.delayMs;
+    const double shares[] = {rates_.drop, rates_.badCrc, rates_.truncate, rates_.wrongStation,
+                             rates_.delay};
+    const Fault kinds[] = {FaultDrop, FaultBadCrc, FaultTruncate, FaultWrongStation, FaultDelay};
+    double sum = 0;
+    for (double s : shares)
+        sum += s;
+    if (sum <= 0)
+        return FaultNone;
+    const double u = std::uniform_real_distribution<double>(0.0, 1.0)(rng_);
+    double edge = 0;
+    for (int i = 0; i < 5; ++i) {
+        edge += shares[i];
+        if (u < edge)
+            return kinds[i];
+    }
+    return FaultNone;
+}
+
+void ModbusServer::handle(std::vector<uint8_t> &frame)
+{
+    const int station = frame[0];
+    int slave = -1;
+    {
+        std::lock_guard<std::mutex> hold(stateMutex_);
+        last_ = frame;
+        if (station == 0 && !stations_.empty())
+            slave = stations_.front();
+        else if (std::find(stations_.begin(), stations_.end(), station) != stations_.end())
+            slave = station;
+    }
+    ++requests_;
+    if (slave < 0)
+        return;  // another station's request: stay silent
+
+    // libmodbus checks the frame as it would on the line: feed it through
+    // a pipe with the addressed station set.
+    uint8_t req[MODBUS_RTU_MAX_ADU_LENGTH];
+    drainFd(pipe_[0]);
+    modbus_set_slave(ctx_, slave);
+    if (write(pipe_[1], frame.data(), frame.size()) != static_cast<ssize_t>(frame.size()))
+        return;
+    modbus_set_socket(ctx_, pipe_[0]);
+    const int length = modbus_receive(ctx_, req);
+    drainFd(pipe_[0]);
+    if (length <= 0) {
+        drainLine();
+        return;
+    }
+    ++accepted_;
+
+    int delayMs = 0;
+    const Fault fault = station == 0 ? FaultNone : chooseFault(delayMs);
+    if (fault == FaultWrongStation)
+        req[0] = static_cast<uint8_t>(station % 247 + 1);
+
+    // Let libmodbus write its reply into the pipe so it can be altered
+    // before it goes on the line. Broadcasts write nothing.
+    modbus_set_socket(ctx_, pipe_[1]);
+    {
+        std::lock_guard<std::mutex> hold(mapMutex_);
+        modbus_reply(ctx_, req, length, map_);
+    }
+    uint8_t reply[MODBUS_RTU_MAX_ADU_LENGTH];
+    const ssize_t got = read(pipe_[0], reply, sizeof reply);
+    if (got <= 0)
+        return;
+    size_t n = static_cast<size_t>(got);
+
+    switch (fault) {
+    case FaultDrop:
+        ++faults_;
+        return;
+    case FaultBadCrc:
+        reply[n - 1] ^= 0x5A;
+        break;
+    case FaultTruncate: {
+        std::lock_guard<std::mutex> hold(stateMutex_);
+        n = n > 1 ? 1 + rng_() % (n - 1) : n;
+        break;
+    }
+    case FaultDelay:
+        pause(delayMs);
+        break;
+    default:
+        break;
+    }
+    if (fault != FaultNone)
+        ++faults_;
+    if (!running_)
+        return;
+    writeLine(reply, n);
+    ++replies_;
+}
+
+void ModbusServer::writeLine(const uint8_t *data, size_t length)
+{
+    size_t done = 0;
+    while (done < length && running_) {
+        const ssize_t w = write(fd_, data + done, length - done);
+        if (w > 0) {
+            done += static_cast<size_t>(w);
+        } else if (w < 0 && (errno == EAGAIN || errno == EINTR)) {
+            pause(1);
+        } else {
+            return;
+        }
+    }
+}
+
+void ModbusServer::pause(int ms)
+{
+    pollfd p = {wake_[0], POLLIN, 0};
+    poll(&p, 1, ms);
+}

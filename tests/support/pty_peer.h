@@ -1,0 +1,42 @@
+// A controller on the far end of a pseudo-terminal, for tests: the
+// libmodbus server runs on the master side and the test talks on the
+// slave side, set to raw mode, as the panel runtime talks on its port.
+#ifndef RV_TEST_PTY_PEER_H
+#define RV_TEST_PTY_PEER_H
+
+#include <QByteArray>
+
+#include "sim/server/modbus_server.h"
+
+class PtyPeer {
+public:
+    // Opens the pair and starts the server answering station 1.
+    PtyPeer();
+    ~PtyPeer();
+
+    bool ok() const { return ok_; }
+    ModbusServer &server() { return *server_; }
+    int fd() const { return line_; }
+
+    // Sends `frame` and collects the answer: flushes stale input, writes,
+    // then reads until `expectedLength` bytes came, a gap after the last
+    // byte, or `timeoutMs`. expectedLength 0 (broadcast) waits only
+    // briefly; a negative length reads until the gap.
+    QByteArray transact(const QByteArray &frame, int expectedLength, int timeoutMs = 1000);
+
+private:
+    PtyPeer(const PtyPeer &);
+    PtyPeer &operator=(const PtyPeer &);
+
+    int master_;
+    int line_;
+    bool ok_;
+    ModbusServer *server_;
+};
+
+// One round of the runtime's polling loop against the peer: ComCommunication,
+// send the frame's first sendLength bytes, hand whatever came back to DataCom.
+// Returns the result record's code, or -1 when there was nothing to send.
+int pollOnce(PtyPeer &peer, int timeoutMs = 1000);
+
+#endif
