@@ -1,0 +1,130 @@
+#include "harness.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "driver/checksum.h"
+
+void fuzzFail(const char *what, int detail)
+{
+    std::fprintf(stderr, "fuzz check failed: %s (%d)\n", what, detail);
+    std::abort();
+}
+
+int blockOffset(int areaType)
+{
+    LocalArea &a = PLC_driver.localArea;
+    const unsigned char *base = reinterpret_cast<unsigned char *>(&a);
+    const unsigned char *block = isBitArea(areaType)
+                                     ? bitBlock(a, areaType)
+                                     : reinterpret_cast<unsigned char *>(wordBlock(a, areaType));
+    return int(block - base);
+}
+
+int blockBytes(int areaType)
+{
+    return isBitArea(areaType) ? areaCapacity(areaType) / 8 : areaCapacity(areaType) * 2;
+}
+
+AreaGuard::AreaGuard() { snapshot(); }
+
+void AreaGuard::snapshot()
+{
+    std::memcpy(&before_, &PLC_driver.localArea, sizeof before_);
+    for (int t = 0; t < AreaTypeCount; ++t)
+        allowed_[t] = false;
+}
+
+void AreaGuard::allow(int areaType)
+{
+    if (isArea(areaType))
+        allowed_[areaType] = true;
+}
+
+void AreaGuard::allowAll()
+{
+    for (int t = 0; t < AreaTypeCount; ++t)
+        allowed_[t] = true;
+}
+
+bool AreaGuard::changedRange(int areaType, int &lo, int &hi) const
+{
+    const unsigned char *now = reinterpret_cast<const unsigned char *>(&PLC_driver.localArea);
+    const unsigned char *old = reinterpret_cast<const unsigned char *>(&before_);
+    const int off = blockOffset(areaType), n = blockBytes(areaType);
+    lo = -1;
+    hi = -1;
+    for (int i = 0; i < n; ++i) {
+        if (now[off + i] != old[off + i]) {
+            if (lo < 0)
+                lo = i;
+            hi = i + 1;
+        }
+    }
+    return lo >= 0;
+}
+
+void AreaGuard::check(const char *what) const
+{
+    int lo, hi;
+    for (int t = 0; t < AreaTypeCount; ++t)
+        if (!allowed_[t] && changedRange(t, lo, hi))
+            fuzzFail(what, t);
+}
+
+QByteArray goodReply(const Protocol &p, const QByteArray &fill)
+{
+    int n = p.replyLength == -1 ? 8 : p.replyLength;
+    if (n < 4)
+        return QByteArray();
+    QByteArray r(n, '\0');
+    for (int i = 0; i < 2 && i < p.frame.size(); ++i)
+        r[i] = p.frame[i];
+    const unsigned char fn = p.frame.size() > 1 ? (unsigned char)p.frame[1] : 0;
+    if ((fn == 0x01 || fn == 0x03) && n >= 5) {
+        r[2] = char(n - 5);
+        for (int i = 3; i < n - 2; ++i)
+            r[i] = fill.isEmpty() ? char(i * 37) : fill[(i - 3) % fill.size()];
+    } else {
+        for (int i = 2; i < n - 2; ++i)
+            r[i] = i < p.frame.size() ? p.frame[i] : '\0';
+    }
+    const int crc = CalCRC(reinterpret_cast<unsigned char *>(r.data()), (unsigned short)(n - 2));
+    r[n - 2] = char(crc & 0xFF);
+    r[n - 1] = char((crc >> 8) & 0xFF);
+    return r;
+}
+
+void checkFrame(const Protocol *p)
+{
+    if (!p)
+        return;
+    if (p->sendLength < 1 || p->sendLength > p->frame.size())
+        fuzzFail("frame shorter than its send length", p->sendLength);
+    if (p->replyLength < -1 || p->replyLength > 2 * 65535 + 5)
+        fuzzFail("expected reply length out of range", p->replyLength);
+    if (p->var.remoteLink == 0 && PLC_driver.comInfo && PLC_driver.comInfo->remoteLink == 0) {
+        // A controller frame carries its CRC-16, low byte first.
+        QByteArray f = p->frame.left(p->sendLength);
+        if (f.size() < 4)
+            fuzzFail("controller frame too short", f.size());
+        const int crc =
+            CalCRC(reinterpret_cast<unsigned char *>(f.data()), (unsigned short)(f.size() - 2));
+        if ((unsigned char)f[f.size() - 2] != (crc & 0xFF) ||
+            (unsigned char)f[f.size() - 1] != ((crc >> 8) & 0xFF))
+            fuzzFail("controller frame with a bad CRC", crc);
+    }
+}
+
+void checkStore()
+{
+    const Quorvel_RV_Series &d = PLC_driver;
+    if (d.extendIndex.size() != d.extendList.size())
+        fuzzFail("store index out of step with the store", d.extendIndex.size());
+    for (int i = 0; i < d.extendList.size(); ++i) {
+        const EXTENDVAR &e = d.extendList.at(i);
+        ExtendKey k = {e.station, e.areaType, e.address};
+        if (d.extendIndex.value(k, -1) != i)
+            fuzzFail("store index points elsewhere", i);
+    }
+}

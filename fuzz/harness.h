@@ -1,0 +1,50 @@
+// What every fuzz target shares: a guard over the local area, a controller
+// that answers any frame correctly, and a loud stop when a check fails.
+#ifndef RV_FUZZ_HARNESS_H
+#define RV_FUZZ_HARNESS_H
+
+#include <QByteArray>
+#include <cstring>
+
+#include "driver/driver_object.h"
+
+// Stops the run with a message; libFuzzer then saves the input as a crash.
+[[noreturn]] void fuzzFail(const char *what, int detail = 0);
+
+// The 26 blocks live side by side in one global object, so a write that
+// runs past one block lands in its neighbour with no redzone in between.
+// The guard remembers the whole area and, after an operation, names any
+// block that changed although the operation had no business there.
+class AreaGuard {
+public:
+    AreaGuard();
+    void snapshot();
+    void allow(int areaType);
+    void allowAll();
+    // Fails when a block not allowed changed since the snapshot.
+    void check(const char *what) const;
+    // Byte range [lo, hi) of the block of `areaType` that changed; false
+    // when nothing changed.
+    bool changedRange(int areaType, int &lo, int &hi) const;
+
+private:
+    LocalArea before_;
+    bool allowed_[AreaTypeCount];
+};
+
+// Byte offset and size of an area's block inside LocalArea.
+int blockOffset(int areaType);
+int blockBytes(int areaType);
+
+// A reply a well-behaved controller would give to `p`: read data taken
+// from `fill` (repeated), a write echoed, CRC-16 fixed at the end. Empty
+// for a frame that expects no reply.
+QByteArray goodReply(const Protocol &p, const QByteArray &fill);
+
+// Checks a frame handed out by ComCommunication before it goes on the wire.
+void checkFrame(const Protocol *p);
+
+// Invariant of the per-station store: the index finds every entry.
+void checkStore();
+
+#endif
