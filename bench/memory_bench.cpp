@@ -1,0 +1,96 @@
+// Heap the driver holds for a large polled set and a large per-station
+// store, measured as the change of the allocator's bytes in use. The time
+// columns of this program mean nothing; its counters are the figures.
+#include <benchmark/benchmark.h>
+
+#include <malloc.h>
+
+#include "bench_common.h"
+#include "driver/locks.h"
+#include "localarea/store.h"
+
+namespace {
+
+long heapInUse()
+{
+#if defined(__GLIBC__) && (__GLIBC__ > 2 || (__GLIBC__ == 2 && __GLIBC_MINOR__ >= 33))
+    return long(mallinfo2().uordblks);
+#else
+    return -1;
+#endif
+}
+
+// 20,000 polled variables spread evenly with gaps over two word areas and
+// two bit areas (Y written in octal, as the runtime hands it over).
+QList<VarInfo> polledSet(int variables)
+{
+    struct Area { int type; const char *name; int capacity; int base; };
+    const Area areas[4] = {{14, "D", 8000, 10}, {17, "FD", 6144, 10},
+                           {2, "M", 8000, 10}, {1, "Y", 8384, 8}};
+    QList<VarInfo> vars;
+    const int perArea = variables / 4;
+    for (int a = 0; a < 4; ++a) {
+        for (int i = 0; i < perArea; ++i) {
+            VarInfo v;
+            v.areaType = static_cast<unsigned char>(areas[a].type);
+            v.station = 1;
+            v.areaName = QString(areas[a].name);
+            const long address = long(i) * areas[a].capacity / perArea;
+            v.addressText = QString::number(address, areas[a].base);
+            v.count = 1;
+            vars.append(v);
+        }
+    }
+    return vars;
+}
+
+void BM_Heap_PolledVariables(benchmark::State &state)
+{
+    const int variables = int(state.range(0));
+    long listBytes = 0;
+    long driverBytes = 0;
+    int entries = 0;
+    for (auto _ : state) {
+        resetDriver();
+        const long before = heapInUse();
+        QList<VarInfo> vars = polledSet(variables);
+        const long withList = heapInUse();
+        ReCreatReadVarList(&vars);
+        driverBytes = heapInUse() - withList;
+        listBytes = withList - before;
+        entries = PLC_driver.readList.size();
+    }
+    state.counters["driver_heap_bytes"] = double(driverBytes);
+    state.counters["runtime_list_bytes"] = double(listBytes);
+    state.counters["read_requests"] = entries;
+    state.counters["variables"] = variables;
+}
+
+void BM_Heap_PerStationKeys(benchmark::State &state)
+{
+    const int keys = int(state.range(0));
+    long bytes = 0;
+    for (auto _ : state) {
+        ComInfo *info = resetDriver();
+        info->multiStation = 1;
+        PLC_driver.extendList = QList<EXTENDVAR>();
+        PLC_driver.extendIndex = QHash<ExtendKey, int>();
+        const long before = heapInUse();
+        {
+            MutexHold hold(PLC_driver.areaMutex);
+            for (int k = 0; k < keys; ++k)
+                ExtendFindSameVar(1 + k % 16, 14 + (k / 16) % 4, k / 64);
+        }
+        bytes = heapInUse() - before;
+    }
+    state.counters["store_heap_bytes"] = double(bytes);
+    state.counters["bytes_per_key"] = keys > 0 ? double(bytes) / keys : 0.0;
+    state.counters["keys"] = keys;
+}
+
+}  // namespace
+
+BENCHMARK(BM_Heap_PolledVariables)->Arg(20000)->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Heap_PerStationKeys)->Arg(50000)->Iterations(1)->Unit(benchmark::kMillisecond);
+
+BENCHMARK_MAIN();

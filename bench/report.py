@@ -1,0 +1,401 @@
+#!/usr/bin/env python3
+"""Turns the benchmark results of scripts/bench into docs/performance.md and
+PNG plots (gnuplot) of cost against size."""
+import argparse
+import json
+import os
+import platform
+import re
+import subprocess
+
+UNIT_NS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
+
+
+def load_benchmarks(results):
+    """name -> entry, preferring the median of repetitions."""
+    found = {}
+    for fname in sorted(os.listdir(results)):
+        if not fname.endswith("_bench.json"):
+            continue
+        with open(os.path.join(results, fname)) as f:
+            data = json.load(f)
+        for b in data.get("benchmarks", []):
+            name = b.get("run_name", b["name"])
+            kind = b.get("aggregate_name", "")
+            if b.get("run_type") == "aggregate" and kind != "median":
+                continue
+            if "error_occurred" in b and b["error_occurred"]:
+                b["failed"] = b.get("error_message", "error")
+            if name not in found or kind == "median":
+                found[name] = b
+    return found
+
+
+def ns(entry):
+    # CPU time of the benchmark thread: the machine is shared, and wall time
+    # also counts the slices other processes take from it.
+    return entry["cpu_time"] * UNIT_NS[entry.get("time_unit", "ns")]
+
+
+def fmt_time(value):
+    if value is None:
+        return "not measured"
+    if value < 1e3:
+        return "%.0f ns" % value
+    if value < 1e6:
+        return "%.2f µs" % (value / 1e3)
+    return "%.2f ms" % (value / 1e6)
+
+
+def pick(found, name):
+    e = found.get(name)
+    if e is None or "failed" in e:
+        return None
+    return e
+
+
+def by_size(found, prefix):
+    """[(size, entry)] for the benchmarks named prefix/<size>."""
+    out = []
+    for name, e in found.items():
+        m = re.match(re.escape(prefix) + r"/(\d+)$", name)
+        if m and "failed" not in e:
+            out.append((int(m.group(1)), e))
+    return sorted(out, key=lambda p: p[0])
+
+
+def rebuild_series(found):
+    """Read-list rebuild figures, whatever the read-list benchmark calls them."""
+    series = {}
+    for name, e in found.items():
+        if "failed" in e or not re.search(r"ReCreat|Rebuild|ReadList", name, re.I):
+            continue
+        m = re.search(r"/(\d+)$", name)
+        if m:
+            base = name[: m.start()]
+            series.setdefault(base, []).append((int(m.group(1)), e))
+    return {k: sorted(v, key=lambda p: p[0]) for k, v in series.items()}
+
+
+def machine(build):
+    cpu = platform.processor() or platform.machine()
+    try:
+        with open("/proc/cpuinfo") as f:
+            for line in f:
+                if line.startswith("model name"):
+                    cpu = line.split(":", 1)[1].strip()
+                    break
+    except OSError:
+        pass
+    compiler = build_type = "unknown"
+    try:
+        with open(os.path.join(build, "CMakeCache.txt")) as f:
+            cache = f.read()
+        m = re.search(r"^CMAKE_CXX_COMPILER:\w+=(.*)$", cache, re.M)
+        if m:
+            v = subprocess.run([m.group(1), "--version"], capture_output=True, text=True)
+            compiler = v.stdout.splitlines()[0] if v.stdout else m.group(1)
+        m = re.search(r"^CMAKE_BUILD_TYPE:\w+=(.*)$", cache, re.M)
+        if m:
+            build_type = m.group(1)
+    except OSError:
+        pass
+    return {"cpu": cpu, "cores": os.cpu_count(), "compiler": compiler,
+            "build_type": build_type, "kernel": platform.release()}
+
+
+def verdict(ok):
+    if ok is None:
+        return "not measured"
+    return "met" if ok else "**missed**"
+
+
+def gnuplot(script, cwd):
+    subprocess.run(["gnuplot"], input=script, text=True, cwd=cwd, check=True)
+
+
+def plot_xy(docs, png, title, xlabel, ylabel, series, logx=False, hline=None):
+    """series: [(label, [(x, y)])]; writes docs/png."""
+    dat = []
+    plots = []
+    for i, (label, points) in enumerate(series):
+        fname = "%s.%d.dat" % (png, i)
+        with open(os.path.join(docs, fname), "w") as f:
+            for x, y in points:
+                f.write("%g %g\n" % (x, y))
+        dat.append(fname)
+        plots.append("'%s' using 1:2 with linespoints lw 2 pt 7 title '%s'" % (fname, label))
+    if hline is not None:
+        plots.append("%g with lines dt 2 lw 2 lc rgb '#cc0000' title '%s'" % (hline[0], hline[1]))
+    script = """set terminal pngcairo size 900,540 font 'DejaVu Sans,11'
+set output '%s'
+set title '%s'
+set xlabel '%s'
+set ylabel '%s'
+set grid
+set key top left
+set yrange [0:*]
+%s
+plot %s
+""" % (png, title, xlabel, ylabel, "set logscale x" if logx else "", ", ".join(plots))
+    try:
+        gnuplot(script, docs)
+    finally:
+        for fname in dat:
+            os.remove(os.path.join(docs, fname))
+
+
+def plot_wire(docs, png, wire):
+    rows = [("9600", "line_ms_9600"), ("19200", "line_ms_19200"), ("115200", "line_ms_115200")]
+    fname = png + ".dat"
+    with open(os.path.join(docs, fname), "w") as f:
+        for label, key in rows:
+            f.write("%s %g %g\n" % (label, wire["driver"][key], wire["one_per_variable"][key]))
+    script = """set terminal pngcairo size 900,540 font 'DejaVu Sans,11'
+set output '%s'
+set title 'Line time of one scan of %d variables (8E1, frame gaps included)'
+set xlabel 'baud rate'
+set ylabel 'ms per scan (log scale)'
+set logscale y
+set grid ytics
+set style data histograms
+set style histogram clustered gap 1
+set style fill solid 0.8 border -1
+set key top right
+plot '%s' using 2:xtic(1) title 'driver (block reads)' lc rgb '#1f77b4', \\
+     '' using 3 title 'one request per variable' lc rgb '#ff7f0e'
+""" % (png, wire["variables"], fname)
+    try:
+        gnuplot(script, docs)
+    finally:
+        os.remove(os.path.join(docs, fname))
+
+
+def main():
+    ap = argparse.ArgumentParser()
+    ap.add_argument("--results", required=True)
+    ap.add_argument("--docs", required=True)
+    ap.add_argument("--build", required=True)
+    ap.add_argument("--mode", default="full")
+    ap.add_argument("--plots", type=int, default=1)
+    args = ap.parse_args()
+
+    found = load_benchmarks(args.results)
+    wire = None
+    wpath = os.path.join(args.results, "wire_efficiency.json")
+    if os.path.exists(wpath):
+        with open(wpath) as f:
+            wire = json.load(f)
+    m = machine(args.build)
+    L = []
+    add = L.append
+
+    add("# Performance")
+    add("")
+    add("What the driver costs beside the wire, measured by `scripts/bench` (Google Benchmark "
+        "programs under `bench/`, release build). Times are CPU time of the measuring thread, "
+        "median of three repetitions; the machine is shared, so single figures move by some "
+        "10 %. Regenerate with `scripts/bench`; nothing in the test suite "
+        "checks speed.")
+    add("")
+    add("| Machine | |")
+    add("|---|---|")
+    add("| CPU | %s |" % m["cpu"])
+    add("| Cores | %s |" % m["cores"])
+    add("| Compiler | %s |" % m["compiler"])
+    add("| Build type | %s |" % m["build_type"])
+    add("| Kernel | %s |" % m["kernel"])
+    if args.mode != "full":
+        add("| Run | quick check (`--ci`): tiny sizes and times, figures not meaningful |")
+    add("")
+
+    # Targets.
+    add("## Targets")
+    add("")
+    add("| What | Target | Measured | |")
+    add("|---|---|---|---|")
+
+    def row(what, target, value, ok):
+        add("| %s | %s | %s | %s |" % (what, target, value, verdict(ok)))
+
+    e = pick(found, "BM_PollRound_SharedMirror")
+    v = ns(e) if e else None
+    row("Polling round, 64-register read, shared mirror", "< 2 µs", fmt_time(v),
+        None if v is None else v < 2000)
+    e = pick(found, "BM_PollRound_PerStationStore")
+    v = ns(e) if e else None
+    row("Polling round, 64-register read, per-station store", "< 5 µs", fmt_time(v),
+        None if v is None else v < 5000)
+    e = pick(found, "BM_GetRegisterData_SharedMirror")
+    v = ns(e) if e else None
+    row("`GetRegisterData`, one word, shared mirror", "< 200 ns", fmt_time(v),
+        None if v is None else v < 200)
+    store = by_size(found, "BM_GetRegisterData_PerStationStore")
+    small = dict(store).get(1000)
+    large = dict(store).get(50000)
+    if small and large:
+        ratio = ns(large) / ns(small)
+        row("`GetRegisterData`, one word, per-station store, 50,000 keys vs 1,000",
+            "≤ 2×", "%.2f× (%s vs %s)" % (ratio, fmt_time(ns(large)), fmt_time(ns(small))),
+            ratio <= 2.0)
+    else:
+        row("`GetRegisterData`, per-station store, 50,000 keys vs 1,000", "≤ 2×",
+            "not measured", None)
+    e = pick(found, "BM_SetRegisterData_Queue1000/1000")
+    v = ns(e) if e else None
+    row("`SetRegisterData`, queue mode, 1,000 writes pending", "< 5 µs", fmt_time(v),
+        None if v is None else v < 5000)
+    rebuild = rebuild_series(found)
+    for base, pts in sorted(rebuild.items()):
+        d = dict(pts)
+        if 20000 in d:
+            v = ns(d[20000])
+            row("`ReCreatReadVarList`, 20,000 variables (`%s`)" % base, "< 20 ms",
+                fmt_time(v), v < 20e6)
+            if 100000 in d:
+                r = ns(d[100000]) / v
+                row("`ReCreatReadVarList`, 100,000 vs 20,000 (`%s`)" % base, "≤ 6×",
+                    "%.2f× (%s)" % (r, fmt_time(ns(d[100000]))), r <= 6.0)
+    if not rebuild:
+        row("`ReCreatReadVarList`, 20,000 variables", "< 20 ms", "not measured", None)
+    add("")
+
+    # CRC.
+    crc = by_size(found, "BM_CalCRC")
+    if crc:
+        add("## CRC-16")
+        add("")
+        add("`CalCRC` runs bit by bit. The same bytes take far longer on the line:")
+        add("")
+        add("| Frame bytes | `CalCRC` | Line time at 115200 baud | Line time at 19200 baud |")
+        add("|---|---|---|---|")
+        for size, e in crc:
+            add("| %d | %s | %s | %s |" % (size, fmt_time(ns(e)), fmt_time(size * 11 / 115200 * 1e9),
+                                           fmt_time(size * 11 / 19200 * 1e9)))
+        add("")
+
+    # Per-station store and polling round details.
+    if store:
+        add("## Per-station store against its size")
+        add("")
+        add("| Stored keys | `GetRegisterData`, one word |")
+        add("|---|---|")
+        for size, e in store:
+            add("| %d | %s |" % (size, fmt_time(ns(e))))
+        add("")
+    filled = by_size(found, "BM_PollRound_PerStationStoreFilled")
+    if filled:
+        add("Polling round with the per-station store already holding other stations' keys: " +
+            ", ".join("%d keys %s" % (s, fmt_time(ns(e))) for s, e in filled) + ".")
+        add("")
+
+    # Memory.
+    add("## Memory")
+    add("")
+    add("Heap in use (glibc `mallinfo2`, bytes allocated and not freed) grown by each step.")
+    add("")
+    add("| What | Heap |")
+    add("|---|---|")
+    e = pick(found, "BM_Heap_PolledVariables/20000")
+    if e:
+        add("| The runtime's list of 20,000 `VarInfo` (not the driver's) | %.0f KiB |"
+            % (e["runtime_list_bytes"] / 1024))
+        add("| Driver: read list rebuilt from 20,000 polled variables (%d block requests) | "
+            "%.0f KiB |" % (e["read_requests"], e["driver_heap_bytes"] / 1024))
+    else:
+        add("| 20,000 polled variables | not measured |")
+    e = pick(found, "BM_Heap_PerStationKeys/50000")
+    if e:
+        add("| Driver: per-station store with 50,000 keys (entries and index) | %.0f KiB "
+            "(%.0f bytes a key) |" % (e["store_heap_bytes"] / 1024, e["bytes_per_key"]))
+    else:
+        add("| Per-station store with 50,000 keys | not measured |")
+    add("")
+    add("The shared mirror is a fixed %d-byte block inside the driver object and never "
+        "grows." % 50140)
+    add("")
+
+    # Wire.
+    add("## Wire efficiency")
+    add("")
+    if wire:
+        d, p = wire["driver"], wire["one_per_variable"]
+        add("%d scattered variables (D, FD, SD, HD, M, Y, with gaps) read from the controller "
+            "simulator over a pseudo-terminal: once through the driver's polling loop "
+            "(`ComCommunication`, the frame on the line, `DataCom`) and once by a plain "
+            "libmodbus client that reads every variable with its own request. The driver's "
+            "values after its scan equal the plain client's (%d differ). Line times are "
+            "computed from the frames and bytes for 8E1 with the 3.5-character gap after "
+            "every frame; the pseudo-terminal has no baud rate, so its time is the software "
+            "and kernel cost alone." % (wire["variables"], wire["values_differ"]))
+        add("")
+        add("| Client | Frames per scan | Bytes per scan | Scan on the pty | Line time 9600 | "
+            "Line time 19200 | Line time 115200 |")
+        add("|---|---|---|---|---|---|---|")
+        for label, s in (("Driver, block reads", d), ("libmodbus, one request per variable", p)):
+            add("| %s | %d | %d | %.1f ms | %.0f ms | %.0f ms | %.0f ms |" % (
+                label, s["frames"], s["bytes"], s["pty_ms"], s["line_ms_9600"],
+                s["line_ms_19200"], s["line_ms_115200"]))
+        add("| Ratio | %.1f× | %.1f× | %.1f× | %.1f× | %.1f× | %.1f× |" % (
+            wire["ratio_frames"], wire["ratio_bytes"], wire["ratio_time"],
+            p["line_ms_9600"] / max(d["line_ms_9600"], 1e-9),
+            p["line_ms_19200"] / max(d["line_ms_19200"], 1e-9),
+            p["line_ms_115200"] / max(d["line_ms_115200"], 1e-9)))
+        add("")
+    else:
+        add("Not measured in this run.")
+        add("")
+
+    # Plots.
+    images = []
+    if args.plots:
+        if store:
+            mirror = pick(found, "BM_GetRegisterData_SharedMirror")
+            plot_xy(args.docs, "perf-store-lookup.png",
+                    "GetRegisterData of one word against the per-station store's size",
+                    "stored keys (log scale)", "ns per call",
+                    [("per-station store", [(s, ns(e)) for s, e in store])], logx=True,
+                    hline=(ns(mirror), "shared mirror") if mirror else None)
+            images.append(("perf-store-lookup.png", "Store lookup against stored keys"))
+        for base, pts in sorted(rebuild.items()):
+            png = "perf-rebuild-%s.png" % re.sub(r"[^A-Za-z0-9]+", "-", base).strip("-").lower()
+            plot_xy(args.docs, png, "ReCreatReadVarList against the number of variables",
+                    "polled variables", "ms per rebuild",
+                    [(base.replace("_", " "), [(s, ns(e) / 1e6) for s, e in pts])])
+            images.append((png, "Read-list rebuild time against variables"))
+        if crc:
+            plot_xy(args.docs, "perf-crc.png", "CalCRC against frame length",
+                    "frame bytes", "ns per frame", [("CalCRC", [(s, ns(e)) for s, e in crc])])
+            images.append(("perf-crc.png", "CRC time against frame length"))
+        if wire:
+            plot_wire(args.docs, "perf-wire.png", wire)
+            images.append(("perf-wire.png", "Line time per scan, driver against one request "
+                           "per variable"))
+    if images:
+        add("## Plots")
+        add("")
+        for png, alt in images:
+            add("![%s](%s)" % (alt, png))
+            add("")
+
+    # Everything measured, for reference.
+    add("## All figures")
+    add("")
+    add("| Benchmark | Time | Iterations |")
+    add("|---|---|---|")
+    for name in sorted(found):
+        e = found[name]
+        if "failed" in e:
+            add("| `%s` | failed: %s | |" % (name, e["failed"]))
+        else:
+            add("| `%s` | %s | %d |" % (name, fmt_time(ns(e)), e.get("iterations", 0)))
+    add("")
+
+    with open(os.path.join(args.docs, "performance.md"), "w") as f:
+        f.write("\n".join(L))
+    failed = [n for n, e in found.items() if "failed" in e]
+    return 1 if failed else 0
+
+
+if __name__ == "__main__":
+    raise SystemExit(main())
