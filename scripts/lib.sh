@@ -121,7 +121,7 @@ rv_armhf_sysroot()
     touch "$a/status"
     local o=(-o APT::Architecture=armhf -o APT::Architectures::=armhf
              -o "Dir::State::Lists=$a/lists" -o "Dir::Cache=$a/cache"
-             -o "Dir::State::status=$a/status")
+             -o "Dir::State::status=$a/status" -o APT::Sandbox::User=root)
     # An index that is out of step with the host's security updates only
     # warns; the main index is enough to download from.
     apt-get "${o[@]}" -q update || true
