@@ -1,0 +1,82 @@
+#include "address_map.h"
+
+namespace {
+
+// X and Y are published in 14 segments of 64 elements, each moved by its
+// own offset into the coil space. The controller's coil blocks step by 100
+// while the octal element numbers step by 64, so the offsets are listed as
+// the controller documents them rather than derived.
+struct Segment {
+    int start;    // first element address of the segment
+    int xOffset;  // coil = element + offset
+    int yOffset;
+};
+
+const int kSegmentSize = 64;
+
+const Segment kSegments[] = {
+    {0x0000, 0x5000, 0x6000},  // X0..X77
+    {0x1000, 0x4100, 0x5100},  // X10000..X10077
+    {0x1040, 0x4124, 0x5124},
+    {0x1080, 0x4148, 0x5148},
+    {0x10C0, 0x416C, 0x516C},
+    {0x1100, 0x4190, 0x5190},
+    {0x1140, 0x41B4, 0x51B4},
+    {0x1180, 0x41D8, 0x51D8},
+    {0x11C0, 0x41FC, 0x51FC},
+    {0x1200, 0x4220, 0x5220},
+    {0x1240, 0x4244, 0x5244},  // X11100..X11177
+    {0x2000, 0x38D0, 0x48D0},  // X20000..X20077
+    {0x2040, 0x38F4, 0x48F4},
+    {0x2080, 0x3918, 0x4918},  // X20200..X20277
+};
+
+// Coil base of the bit areas M..SEM, indexed by area type; X and Y use the
+// segment table instead.
+const int kBitAreaBase[14] = {
+    0,       0,       0x0000 /* M */,  0x7000 /* S */,  0xA000 /* T */,  0xB000 /* C */,
+    0xC000 /* ET */,  0x9000 /* SM */, 0xC100 /* HM */, 0xD900 /* HS */, 0xE100 /* HT */,
+    0xE500 /* HC */,  0xE900 /* HSC */, 0xC080 /* SEM */,
+};
+
+// Register base of the word areas TD..FS, indexed by area type - 15. D
+// (type 14) sits at register 0 and has no entry.
+const int wordAreaBase[11] = {
+    0x8000 /* TD */,  0x9000 /* CD */, 0xC4C0 /* FD */,  0xA000 /* ETD */,
+    0x7000 /* SD */,  0xA080 /* HD */, 0xE4C0 /* SFD */, 0x5000 /* ID */,
+    0x6000 /* QD */,  0xB880 /* HSD */, 0xF4C0 /* FS */,
+};
+
+}  // namespace
+
+int BitElementToCoil(int areaType, int address)
+{
+    if (areaType == 0 || areaType == 1) {
+        // The first segment is tested signed, so small negative addresses
+        // land just below X0/Y0; the others by unsigned distance.
+        for (unsigned i = 0; i < sizeof kSegments / sizeof kSegments[0]; ++i) {
+            const Segment &s = kSegments[i];
+            const bool inside =
+                i == 0 ? address < kSegmentSize
+                       : static_cast<unsigned>(address) - static_cast<unsigned>(s.start) <
+                             static_cast<unsigned>(kSegmentSize);
+            if (inside)
+                return static_cast<int>(static_cast<unsigned>(address) +
+                                        static_cast<unsigned>(areaType == 0 ? s.xOffset : s.yOffset));
+        }
+        return address;  // outside every segment: sent as it is
+    }
+    if (areaType >= 2 && areaType <= 13)
+        return static_cast<int>(static_cast<unsigned>(address) +
+                                static_cast<unsigned>(kBitAreaBase[areaType]));
+    return address;
+}
+
+int WordElementToRegister(int areaType, int address)
+{
+    const unsigned index = static_cast<unsigned>(areaType) - 15u;
+    if (index <= 10u)
+        return static_cast<int>(static_cast<unsigned>(address) +
+                                static_cast<unsigned>(wordAreaBase[index]));
+    return address;
+}

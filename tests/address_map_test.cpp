@@ -1,0 +1,87 @@
+// Element -> coil/register translation. Segment expectations are derived
+// from the controller's layout rule (coil blocks of 100, element blocks of
+// octal 100), not copied from the table the map holds.
+#include <gtest/gtest.h>
+
+#include "frames/address_map.h"
+#include "localarea/local_area.h"
+
+namespace {
+
+const int X = 0, Y = 1;
+
+int octal(const char *text) { return static_cast<int>(strtol(text, nullptr, 8)); }
+
+}  // namespace
+
+TEST(AddressMap, XYSegmentsFollowTheCoilBlockRule)
+{
+    for (int seg = 0; seg < 14; ++seg) {
+        int start, xCoil, yCoil;
+        if (seg == 0) {
+            start = 0, xCoil = 20480, yCoil = 24576;
+        } else if (seg <= 10) {
+            start = 4096 + 64 * (seg - 1), xCoil = 20736 + 100 * (seg - 1),
+            yCoil = 24832 + 100 * (seg - 1);
+        } else {
+            start = 8192 + 64 * (seg - 11), xCoil = 22736 + 100 * (seg - 11),
+            yCoil = 26832 + 100 * (seg - 11);
+        }
+        SCOPED_TRACE(seg);
+        EXPECT_EQ(BitElementToCoil(X, start), xCoil);
+        EXPECT_EQ(BitElementToCoil(X, start + 63), xCoil + 63);
+        EXPECT_EQ(BitElementToCoil(Y, start), yCoil);
+        EXPECT_EQ(BitElementToCoil(Y, start + 63), yCoil + 63);
+    }
+}
+
+TEST(AddressMap, XYOutsideSegmentsAndNamedElements)
+{
+    EXPECT_EQ(BitElementToCoil(X, octal("77")), 0x503F);
+    EXPECT_EQ(BitElementToCoil(X, octal("100")), 64);  // gap: sent unchanged
+    EXPECT_EQ(BitElementToCoil(X, octal("7777")), 4095);
+    EXPECT_EQ(BitElementToCoil(X, octal("10100")), 0x5164);
+    EXPECT_EQ(BitElementToCoil(X, octal("11177")), 0x54C3);
+    EXPECT_EQ(BitElementToCoil(X, octal("11200")), 4736);
+    EXPECT_EQ(BitElementToCoil(X, octal("20000")), 0x58D0);
+    EXPECT_EQ(BitElementToCoil(X, octal("20277")), 0x59D7);
+    EXPECT_EQ(BitElementToCoil(X, octal("20300")), 8384);
+    EXPECT_EQ(BitElementToCoil(Y, octal("11100")), 0x6484);
+    EXPECT_EQ(BitElementToCoil(Y, octal("20200")), 0x6998);
+    // Segment 1 is tested signed, the others by unsigned distance: a
+    // negative address belongs to segment 1 and never to a later one.
+    EXPECT_EQ(BitElementToCoil(X, -1), 0x5000 - 1);
+    EXPECT_EQ(BitElementToCoil(Y, -64), 0x6000 - 64);
+    EXPECT_EQ(BitElementToCoil(X, 0x7FFFFFFF), 0x7FFFFFFF);
+}
+
+TEST(AddressMap, FixedBasesCoverFirstAndLastElementOfEveryArea)
+{
+    const int bitBase[14] = {0,      0,      0,      0x7000, 0xA000, 0xB000, 0xC000,
+                             0x9000, 0xC100, 0xD900, 0xE100, 0xE500, 0xE900, 0xC080};
+    for (int t = 2; t < 14; ++t) {
+        SCOPED_TRACE(t);
+        const int last = areaCapacity(t) - 1;
+        EXPECT_EQ(BitElementToCoil(t, 0), bitBase[t]);
+        EXPECT_EQ(BitElementToCoil(t, last), bitBase[t] + last);
+        EXPECT_LE(BitElementToCoil(t, last), 0xFFFF);
+    }
+    const int wordBase[26] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
+                              0x8000, 0x9000, 0xC4C0, 0xA000, 0x7000, 0xA080,
+                              0xE4C0, 0x5000, 0x6000, 0xB880, 0xF4C0};
+    for (int t = 14; t < 26; ++t) {
+        SCOPED_TRACE(t);
+        const int last = areaCapacity(t) - 1;
+        EXPECT_EQ(WordElementToRegister(t, 0), wordBase[t]);
+        EXPECT_EQ(WordElementToRegister(t, last), wordBase[t] + last);
+        EXPECT_LE(WordElementToRegister(t, last), 0xFFFF);
+    }
+    EXPECT_EQ(BitElementToCoil(13, 5), 0xC085);   // SEM5
+    EXPECT_EQ(WordElementToRegister(25, 47), 0xF4EF);  // FS47
+    // No area: the address as it is, in both maps.
+    EXPECT_EQ(WordElementToRegister(26, 100), 100);
+    EXPECT_EQ(WordElementToRegister(-1, 100), 100);
+    EXPECT_EQ(WordElementToRegister(14, 7999), 7999);
+    EXPECT_EQ(BitElementToCoil(14, 9), 9);
+    EXPECT_EQ(BitElementToCoil(-5, 9), 9);
+}
