@@ -245,8 +245,10 @@ void ModbusServer::serve()
 {
     std::vector<uint8_t> frame;
     while (running_) {
-        if (readFrame(frame))
+        if (readFrame(frame)) {
             handle(frame);
+            ++requests_;  // counted once handled, so waiters see its effects
+        }
     }
 }
 
@@ -289,7 +291,6 @@ void ModbusServer::handle(std::vector<uint8_t> &frame)
         else if (std::find(stations_.begin(), stations_.end(), station) != stations_.end())
             slave = station;
     }
-    ++requests_;
     if (slave < 0)
         return;  // another station's request: stay silent
 

@@ -58,7 +58,7 @@ public:
     };
 
     struct Counters {
-        uint64_t requests = 0;  // complete frames read from the line
+        uint64_t requests = 0;  // complete frames read from the line and handled
         uint64_t accepted = 0;  // of those, addressed to us and valid for libmodbus
         uint64_t replies = 0;   // replies written to the line (even faulty ones)
         uint64_t faults = 0;    // replies altered, delayed or dropped on purpose
@@ -87,7 +87,8 @@ public:
     void setCoil(int address, bool on);
 
     Counters counters() const;
-    // Waits until `requests` reaches n; false on timeout.
+    // Waits until `requests` reaches n, i.e. the n-th frame has been applied
+    // and answered (or ignored); false on timeout.
     bool waitForRequests(uint64_t n, int timeoutMs) const;
     // The last complete frame read from the line, whatever its station.
     std::vector<uint8_t> lastRequest() const;
