@@ -54,6 +54,8 @@ bool AreaGuard::changedRange(int areaType, int &lo, int &hi) const
     const int off = blockOffset(areaType), n = blockBytes(areaType);
     lo = -1;
     hi = -1;
+    if (std::memcmp(now + off, old + off, size_t(n)) == 0)
+        return false;
     for (int i = 0; i < n; ++i) {
         if (now[off + i] != old[off + i]) {
             if (lo < 0)
