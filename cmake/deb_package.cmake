@@ -51,7 +51,7 @@ set(CPACK_PACKAGE_NAME quorvel-rv-series)
 set(CPACK_PACKAGE_VENDOR "Quorvel RV driver team")
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_CONTACT ${RV_DEB_MAINTAINER})
-set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 if(RV_TOOL_TARGETS)
@@ -69,22 +69,24 @@ set(CPACK_DEBIAN_PACKAGE_HOMEPAGE "https://quorvel.invalid/rv-driver")
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${RV_DEB_RUNTIME})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_GENERATE_SHLIBS ON)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+# shlibs (and with it the ldconfig trigger) for the package with the soname.
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_SOURCE_DIR}/packaging/triggers)
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
 "Quorvel RV-series PLC driver for operator-panel runtimes
- A shared library that an operator-panel runtime loads to talk to Quorvel
- RV-series controllers over Modbus RTU. It keeps the cyclic read list, the
- write and one-off read queues, builds the request frames, checks the
- replies and mirrors the controller's element areas for the runtime.")
+A shared library that an operator-panel runtime loads to talk to Quorvel
+RV-series controllers over Modbus RTU. It keeps the cyclic read list, the
+write and one-off read queues, builds the request frames, checks the
+replies and mirrors the controller's element areas for the runtime.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME ${RV_DEB_TOOLS})
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION electronics)
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION
 "poller and simulator for Quorvel RV-series controllers
- rvpoll drives the Quorvel RV-series driver the way an operator-panel
- runtime does and shows the polled values; rvsim plays one or several
- controllers on a pseudo-terminal or serial device, with injectable faults.")
+rvpoll drives the Quorvel RV-series driver the way an operator-panel
+runtime does and shows the polled values; rvsim plays one or several
+controllers on a pseudo-terminal or serial device, with injectable faults.")
 # rvpoll loads the library by its soname at run time, so the link cannot
 # reveal the dependency: name it.
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${RV_DEB_RUNTIME} (= ${RV_DEB_VERSION})")

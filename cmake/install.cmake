@@ -4,7 +4,16 @@
 #
 # Components: "runtime" (the library and its soname link), "dev" (header,
 # the unversioned link, pkg-config) and "tools" (rvpoll, rvsim).
+# Debian's own builds pass lib/<multiarch>; take the same default whatever
+# the prefix, so packages and `cmake --install` agree.
+if(NOT DEFINED CMAKE_INSTALL_LIBDIR AND CMAKE_LIBRARY_ARCHITECTURE)
+  set(CMAKE_INSTALL_LIBDIR lib/${CMAKE_LIBRARY_ARCHITECTURE} CACHE PATH "Object code libraries")
+endif()
 include(GNUInstallDirs)
+
+# Installing (and so packaging) takes what is built and does not first build
+# every test and benchmark of the tree.
+set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
 
 set(RV_INCLUDE_SUBDIR quorvel_rv)
 
@@ -44,3 +53,14 @@ if(RV_TOOL_TARGETS)
 endif()
 
 include(${CMAKE_CURRENT_LIST_DIR}/deb_package.cmake)
+
+# The package test makes packages from this build when scripts/package has
+# not handed it any, so the library and tools must be built before it runs.
+if(TARGET package_install_test)
+  add_dependencies(package_install_test Quorvel_RV_Series ${RV_TOOL_TARGETS})
+  target_compile_definitions(package_install_test PRIVATE
+    RV_CPACK_CONFIG="${CMAKE_BINARY_DIR}/CPackConfig.cmake"
+    RV_PACKAGE_LIBDIR="usr/${CMAKE_INSTALL_LIBDIR}"
+    $<$<BOOL:${CMAKE_CROSSCOMPILING}>:RV_CROSS_BUILD>)
+  target_link_libraries(package_install_test PRIVATE ${CMAKE_DL_LIBS})
+endif()
