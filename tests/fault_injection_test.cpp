@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdio>
 #include <thread>
 
 #include <QMap>
@@ -112,8 +113,16 @@ void runFaultyLine(const Run &run)
         lastGiveUp = round;
         EXPECT_TRUE(run.bands.contains(bandOf(code))) << "code " << code;
     }
-    if (run.bands.isEmpty())
+    const ModbusServer::Counters seen = plc.counters();
+    if (run.rate >= 0.1) {
+        EXPECT_GT(seen.faults, 0u) << "the line never misbehaved";
+    }
+    std::printf("fault %d at %2.0f%%: %llu requests, %llu faults injected, %d given up\n",
+                int(run.fault), run.rate * 100, (unsigned long long)seen.requests,
+                (unsigned long long)seen.faults, errors);
+    if (run.bands.isEmpty()) {
         EXPECT_EQ(errors, 0);
+    }
 
     // Clean line: the queues drain, then one full cyclic pass reads exactly.
     // A late reply still owed is let through first, so it is not taken for
@@ -132,8 +141,9 @@ void runFaultyLine(const Run &run)
     for (QMap<int, int>::const_iterator it = lastValue.constBegin(); it != lastValue.constEnd(); ++it) {
         const int reg = plc.reg(WordElementToRegister(14, it.key()));
         // Only a give-up after the last value was queued may have dropped it.
-        if (reg != it.value())
+        if (reg != it.value()) {
             EXPECT_GE(lastGiveUp, queuedAt[it.key()]) << "write to D" << it.key() << " lost";
+        }
     }
     for (int a = 0; a < 32; ++a) {
         QByteArray out;
@@ -143,13 +153,15 @@ void runFaultyLine(const Run &run)
     // One-off reads: answered once each, or dropped by a give-up.
     EXPECT_EQ(callBackRepeats, 0);
     for (int i = 0; i < onceIds.size(); ++i) {
-        if (!callBacks.contains(onceIds[i]))
+        if (!callBacks.contains(onceIds[i])) {
             EXPECT_GE(lastGiveUp, onceIds[i]) << "one-off read " << onceIds[i] << " vanished";
-        else if (callBacks[onceIds[i]] == 2)
+        } else if (callBacks[onceIds[i]] == 2) {
             EXPECT_GE(lastGiveUp, onceIds[i]);
+        }
     }
-    if (errors == 0)
+    if (errors == 0) {
         EXPECT_EQ(callBacks.size(), onceIds.size());
+    }
 }
 
 }  // namespace
