@@ -67,16 +67,33 @@ def by_size(found, prefix):
 
 
 def rebuild_series(found):
-    """Read-list rebuild figures, whatever the read-list benchmark calls them."""
+    """Read-list rebuild figures by series, whatever the read-list benchmark
+    calls them: the size is the argument named vars (or the only number),
+    the other arguments name the series."""
     series = {}
     for name, e in found.items():
         if "failed" in e or not re.search(r"ReCreat|Rebuild|ReadList", name, re.I):
             continue
-        m = re.search(r"/(\d+)$", name)
-        if m:
-            base = name[: m.start()]
-            series.setdefault(base, []).append((int(m.group(1)), e))
+        parts = name.split("/")
+        size = None
+        rest = [parts[0]]
+        for part in parts[1:]:
+            m = re.fullmatch(r"(?:vars:)?(\d+)", part)
+            if m and size is None:
+                size = int(m.group(1))
+            else:
+                rest.append(part)
+        if size is not None:
+            series.setdefault("/".join(rest), []).append((size, e))
     return {k: sorted(v, key=lambda p: p[0]) for k, v in series.items()}
+
+
+def series_label(base):
+    if base.endswith("multi:0"):
+        return "single station (shared mirror)"
+    if base.endswith("multi:1"):
+        return "several stations (per-variable pass)"
+    return base
 
 
 def machine(build):
@@ -102,8 +119,20 @@ def machine(build):
             build_type = m.group(1)
     except OSError:
         pass
+    source = "unknown"
+    root = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+    try:
+        head = subprocess.run(["git", "-C", root, "rev-parse", "--short", "HEAD"],
+                              capture_output=True, text=True)
+        dirty = subprocess.run(["git", "-C", root, "status", "--porcelain", "--untracked-files=no"],
+                               capture_output=True, text=True)
+        if head.returncode == 0:
+            source = "commit %s%s" % (head.stdout.strip(),
+                                      " with uncommitted changes" if dirty.stdout.strip() else "")
+    except OSError:
+        pass
     return {"cpu": cpu, "cores": os.cpu_count(), "compiler": compiler,
-            "build_type": build_type, "kernel": platform.release()}
+            "build_type": build_type, "kernel": platform.release(), "source": source}
 
 
 def verdict(ok):
@@ -137,10 +166,12 @@ set ylabel '%s'
 set grid
 set key bottom right box opaque
 set yrange [0:*]
-set offsets graph 0.03, graph 0.03, graph 0.15, 0
+set offsets graph 0.02, graph 0.02, graph 0.15, 0
+set xrange [*:*] noextend
 %s
 plot %s
-""" % (png, title, xlabel, ylabel, "set logscale x" if logx else "", ", ".join(plots))
+""" % (png, title, xlabel, ylabel, "set logscale x" if logx else "set xrange [0:*]",
+       ", ".join(plots))
     try:
         gnuplot(script, docs)
     finally:
@@ -209,6 +240,7 @@ def main():
     add("| Compiler | %s |" % m["compiler"])
     add("| Build type | %s |" % m["build_type"])
     add("| Kernel | %s |" % m["kernel"])
+    add("| Source | %s |" % m["source"])
     if args.mode != "full":
         add("| Run | quick check (`--ci`): tiny sizes and times, figures not meaningful |")
     add("")
@@ -254,11 +286,11 @@ def main():
         d = dict(pts)
         if 20000 in d:
             v = ns(d[20000])
-            row("`ReCreatReadVarList`, 20,000 variables (`%s`)" % base, "< 20 ms",
+            row("`ReCreatReadVarList`, 20,000 variables, %s" % series_label(base), "< 20 ms",
                 fmt_time(v), v < 20e6)
             if 100000 in d:
                 r = ns(d[100000]) / v
-                row("`ReCreatReadVarList`, 100,000 vs 20,000 (`%s`)" % base, "≤ 6×",
+                row("`ReCreatReadVarList`, 100,000 vs 20,000, %s" % series_label(base), "≤ 6×",
                     "%.2f× (%s)" % (r, fmt_time(ns(d[100000]))), r <= 6.0)
     if not rebuild:
         row("`ReCreatReadVarList`, 20,000 variables", "< 20 ms", "not measured", None)
@@ -382,12 +414,13 @@ def main():
                     [("per-station store", [(s, ns(e)) for s, e in store])], logx=True,
                     hline=(ns(mirror), "shared mirror") if mirror else None)
             images.append(("perf-store-lookup.png", "Store lookup against stored keys"))
-        for base, pts in sorted(rebuild.items()):
-            png = "perf-rebuild-%s.png" % re.sub(r"[^A-Za-z0-9]+", "-", base).strip("-").lower()
-            plot_xy(args.docs, png, "ReCreatReadVarList against the number of variables",
+        if rebuild:
+            plot_xy(args.docs, "perf-rebuild.png",
+                    "ReCreatReadVarList against the number of polled variables",
                     "polled variables", "ms per rebuild",
-                    [(base.replace("_", " "), [(s, ns(e) / 1e6) for s, e in pts])])
-            images.append((png, "Read-list rebuild time against variables"))
+                    [(series_label(base), [(x, ns(e) / 1e6) for x, e in pts])
+                     for base, pts in sorted(rebuild.items())])
+            images.append(("perf-rebuild.png", "Read-list rebuild time against variables"))
         if crc:
             plot_xy(args.docs, "perf-crc.png", "CalCRC against frame length",
                     "frame bytes", "ns per frame", [("CalCRC", [(s, ns(e)) for s, e in crc])])
