@@ -54,13 +54,4 @@ endif()
 
 include(${CMAKE_CURRENT_LIST_DIR}/deb_package.cmake)
 
-# The package test makes packages from this build when scripts/package has
-# not handed it any, so the library and tools must be built before it runs.
-if(TARGET package_install_test)
-  add_dependencies(package_install_test Quorvel_RV_Series ${RV_TOOL_TARGETS})
-  target_compile_definitions(package_install_test PRIVATE
-    RV_CPACK_CONFIG="${CMAKE_BINARY_DIR}/CPackConfig.cmake"
-    RV_PACKAGE_LIBDIR="usr/${CMAKE_INSTALL_LIBDIR}"
-    $<$<BOOL:${CMAKE_CROSSCOMPILING}>:RV_CROSS_BUILD>)
-  target_link_libraries(package_install_test PRIVATE ${CMAKE_DL_LIBS})
-endif()
+include(${CMAKE_CURRENT_LIST_DIR}/package_tests.cmake)

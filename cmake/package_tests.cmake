@@ -1,0 +1,25 @@
+# What the package and guide tests need to know about this build.
+
+# The package test makes packages from this build when scripts/package has
+# not handed it any, so the library and tools must be built before it runs.
+if(TARGET package_install_test)
+  add_dependencies(package_install_test Quorvel_RV_Series ${RV_TOOL_TARGETS})
+  target_compile_definitions(package_install_test PRIVATE
+    RV_CPACK_CONFIG="${CMAKE_BINARY_DIR}/CPackConfig.cmake"
+    RV_PACKAGE_LIBDIR="usr/${CMAKE_INSTALL_LIBDIR}"
+    $<$<BOOL:${CMAKE_CROSSCOMPILING}>:RV_CROSS_BUILD>)
+  target_link_libraries(package_install_test PRIVATE ${CMAKE_DL_LIBS})
+endif()
+
+# The guide's tables are read from the source tree and held against the
+# built library, its export map and the package names.
+if(TARGET integration_doc_test)
+  add_dependencies(integration_doc_test Quorvel_RV_Series)
+  target_compile_definitions(integration_doc_test PRIVATE
+    RV_INTEGRATION_DOC="${CMAKE_SOURCE_DIR}/docs/integration.md"
+    RV_EXPORTS_MAP="${CMAKE_SOURCE_DIR}/driver/exports.map"
+    RV_LIBRARY_FILE="$<TARGET_FILE:Quorvel_RV_Series>"
+    RV_DEB_RUNTIME="${RV_DEB_RUNTIME}"
+    RV_DEB_TOOLS="${RV_DEB_TOOLS}")
+  target_link_libraries(integration_doc_test PRIVATE ${CMAKE_DL_LIBS})
+endif()
