@@ -23,3 +23,13 @@ if(TARGET integration_doc_test)
     RV_DEB_TOOLS="${RV_DEB_TOOLS}")
   target_link_libraries(integration_doc_test PRIVATE ${CMAKE_DL_LIBS})
 endif()
+
+# The example is run as a runtime against a simulated controller.
+if(TARGET minimal_runtime_test)
+  if(TARGET minimal_runtime)
+    add_dependencies(minimal_runtime_test minimal_runtime Quorvel_RV_Series)
+    target_compile_definitions(minimal_runtime_test PRIVATE
+      RV_EXAMPLE_FILE="$<TARGET_FILE:minimal_runtime>"
+      RV_LIBRARY_FILE="$<TARGET_FILE:Quorvel_RV_Series>")
+  endif()
+endif()
