@@ -11,21 +11,22 @@ namespace {
 const int kWords = 64;
 const int kStation = 1;
 
-// Arms the driver with one 64-register cyclic read of D0; `multiStation`
-// chooses the shared mirror (0) or the per-station store (1).
-QByteArray armPollLoop(int multiStation)
+// Arms the driver with one cyclic read of `words` registers at D0;
+// `multiStation` chooses the shared mirror (0) or the per-station store (1).
+QByteArray armPollLoop(int multiStation, int words = kWords)
 {
     ComInfo *info = resetDriver();
     info->multiStation = multiStation;
     info->retryLimit = 3;
-    RW_VAR v = bench::blockRead(14, 0, kWords, kStation);
+    info->blockUnits = words;
+    RW_VAR v = bench::blockRead(14, 0, words, kStation);
     AddListReadVar(&v);
-    return bench::registerReply(kStation, kWords, 0x1200);
+    return bench::registerReply(kStation, words, 0x1200);
 }
 
-void runRounds(benchmark::State &state, int multiStation)
+void runRounds(benchmark::State &state, int multiStation, int words = kWords)
 {
-    QByteArray reply = armPollLoop(multiStation);
+    QByteArray reply = armPollLoop(multiStation, words);
     const int length = reply.size();
     long bad = 0;
     for (auto _ : state) {
@@ -39,11 +40,15 @@ void runRounds(benchmark::State &state, int multiStation)
     if (bad != 0)
         state.SkipWithError("reply was not accepted");
     state.counters["reply_bytes"] = length;
-    state.SetItemsProcessed(state.iterations() * kWords);
+    state.SetItemsProcessed(state.iterations() * words);
 }
 
 void BM_PollRound_SharedMirror(benchmark::State &state) { runRounds(state, 0); }
 void BM_PollRound_PerStationStore(benchmark::State &state) { runRounds(state, 1); }
+
+// The round against the block's size, from one register to the most one
+// read frame carries.
+void BM_PollRound_Registers(benchmark::State &state) { runRounds(state, 0, int(state.range(0))); }
 
 // The per-station store's round with many other stations' keys already
 // stored: the cost must not grow with the store.
@@ -69,5 +74,6 @@ void BM_PollRound_PerStationStoreFilled(benchmark::State &state)
 BENCHMARK(BM_PollRound_SharedMirror);
 BENCHMARK(BM_PollRound_PerStationStore);
 BENCHMARK(BM_PollRound_PerStationStoreFilled)->Arg(1000)->Arg(50000);
+BENCHMARK(BM_PollRound_Registers)->Arg(1)->Arg(16)->Arg(32)->Arg(64)->Arg(125);
 
 BENCHMARK_MAIN();

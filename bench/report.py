@@ -421,6 +421,19 @@ def main():
                     [(series_label(base), [(x, ns(e) / 1e6) for x, e in pts])
                      for base, pts in sorted(rebuild.items())])
             images.append(("perf-rebuild.png", "Read-list rebuild time against variables"))
+        rounds = by_size(found, "BM_PollRound_Registers")
+        if rounds:
+            series = [("polling round, shared mirror", [(x, ns(e)) for x, e in rounds])]
+            if crc:
+                # A reply of n registers is 2n + 5 bytes, its CRC covers 2n + 3.
+                sizes = dict(crc)
+                series.append(("CalCRC of the reply alone",
+                               [(x, ns(sizes[2 * x + 5])) for x, _ in rounds
+                                if 2 * x + 5 in sizes]))
+            plot_xy(args.docs, "perf-poll-round.png",
+                    "One polling round against the registers in the block",
+                    "registers read", "ns per round", series)
+            images.append(("perf-poll-round.png", "Polling round against block size"))
         if crc:
             plot_xy(args.docs, "perf-crc.png", "CalCRC against frame length",
                     "frame bytes", "ns per frame", [("CalCRC", [(s, ns(e)) for s, e in crc])])
