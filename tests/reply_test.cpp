@@ -106,7 +106,9 @@ TEST(Reply, EveryBadReplyGetsItsBand)
         QByteArray good = goodReplyFor(*p);
         int code = 0;
         if (c.kind == 0) {
-            std::swap(good[good.size() - 1], good[good.size() - 2]);
+            const char high = good.at(good.size() - 1);
+            good[good.size() - 1] = good.at(good.size() - 2);
+            good[good.size() - 2] = high;
             code = answer(good);
         } else if (c.kind == 1) {
             code = noAnswer();
