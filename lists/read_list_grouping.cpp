@@ -3,7 +3,6 @@
 // registers.
 #include <algorithm>
 #include <climits>
-#include <utility>
 #include <vector>
 
 #include "../driver/driver_object.h"
@@ -13,9 +12,59 @@
 
 namespace {
 
-int toInt(long long v)
+// Runs of a request list, as the merge sees them.
+struct RequestRuns {
+    const QList<RW_VAR> &list;
+    int size() const { return list.size(); }
+    int address(int i) const { return list.at(i).address; }
+    int count(int i) const { return list.at(i).count; }
+    RW_VAR request(int i) const { return list.at(i); }
+};
+
+// Sorted spans of the runtime's variables of one area under one station.
+struct VariableRuns {
+    const std::vector<Span> &spans;
+    const QList<VarInfo> &vars;
+    const RW_VAR &tmpl;
+    int station;
+    int size() const { return int(spans.size()); }
+    int address(int i) const { return spans[i].address; }
+    int count(int i) const { return spans[i].count; }
+    RW_VAR request(int i) const
+    {
+        const Span &s = spans[i];
+        return requestFor(tmpl, vars.at(s.item), station, s.address, s.count);
+    }
+};
+
+// Merges sorted runs into blocks of at most `limit` units and appends them
+// to readList. A full request is made only when a block starts.
+template <class Runs>
+void mergeSortedRuns(const Runs &runs, int limit)
 {
-    return v > INT_MAX ? INT_MAX : (v < INT_MIN ? INT_MIN : int(v));
+    // Without a block limit there is no safe block size to merge into.
+    if (runs.size() < 1 || limit < 1)
+        return;
+    RW_VAR cur = runs.request(0);
+    addressAdd(cur, limit, false);
+    for (int i = 1; i < runs.size(); ++i) {
+        if (cur.count <= 0) {
+            cur = runs.request(i);
+            continue;
+        }
+        const long long start = cur.address;
+        const long long end = start + cur.count;
+        const long long next = runs.address(i);
+        if (next <= end || next <= start + limit) {
+            // Reading the gap costs less than another frame.
+            const long long merged = std::max(end, next + runs.count(i)) - start;
+            cur.count = merged > INT_MAX ? INT_MAX : int(merged);
+        } else {
+            addressAdd(cur, limit, true);
+            cur = runs.request(i);
+        }
+    }
+    addressAdd(cur, limit, true);
 }
 
 }  // namespace
@@ -24,17 +73,17 @@ void Bubble_Sort(QList<RW_VAR> *list)
 {
     if (!list || list->size() < 2)
         return;
-    // Ordering (address, position) keeps equal addresses in input order,
-    // which is exactly the order adjacent swaps would leave, in n log n.
     const int n = list->size();
-    std::vector<std::pair<int, int> > order(n);
-    for (int i = 0; i < n; ++i)
-        order[i] = std::make_pair(list->at(i).address, i);
-    std::sort(order.begin(), order.end());
+    std::vector<Span> order(n);
+    for (int i = 0; i < n; ++i) {
+        Span s = {list->at(i).address, 0, i};
+        order[i] = s;
+    }
+    sortByAddress(order);
     QList<RW_VAR> sorted;
     sorted.reserve(n);
     for (int i = 0; i < n; ++i)
-        sorted.append(list->at(order[i].second));
+        sorted.append(list->at(order[i].item));
     *list = sorted;
 }
 
@@ -60,29 +109,10 @@ void addressAdd(RW_VAR &var, int pieceSize, bool appendRemainder)
 
 void BitVarReCreat(QList<RW_VAR> *list, int limit)
 {
-    // Without a block limit there is no safe block size to merge into.
-    if (!list || list->isEmpty() || limit < 1)
+    if (!list)
         return;
-    RW_VAR cur = list->at(0);
-    addressAdd(cur, limit, false);
-    for (int i = 1; i < list->size(); ++i) {
-        const RW_VAR &nxt = list->at(i);
-        if (cur.count <= 0) {
-            cur = nxt;
-            continue;
-        }
-        const long long start = cur.address;
-        const long long end = start + cur.count;
-        if (nxt.address <= end || nxt.address <= start + limit) {
-            // Reading the gap costs less than another frame.
-            const long long nxtEnd = (long long)nxt.address + nxt.count;
-            cur.count = toInt(std::max(end, nxtEnd) - start);
-        } else {
-            addressAdd(cur, limit, true);
-            cur = nxt;
-        }
-    }
-    addressAdd(cur, limit, true);
+    const RequestRuns runs = {*list};
+    mergeSortedRuns(runs, limit);
 }
 
 void groupingPass(const QList<VarInfo> &vars, const RW_VAR &tmpl, int defaultStation,
@@ -92,25 +122,16 @@ void groupingPass(const QList<VarInfo> &vars, const RW_VAR &tmpl, int defaultSta
     // byte units the read frames take; without a limit nothing is merged.
     if (defaultStation == 0 || blockUnits < 1)
         return;
-    QList<RW_VAR> groups[AreaTypeCount];
+    std::vector<Span> groups[AreaTypeCount];
     for (int i = 0; i < vars.size(); ++i) {
         const VarInfo &item = vars.at(i);
-        int address, count;
-        if (!isWordArea(item.areaType) || !readableVariable(item, address, count))
-            continue;
-        RW_VAR v = tmpl;
-        v.station = defaultStation;
-        v.areaName = item.areaName;
-        v.addressText = item.addressText;
-        v.areaType = item.areaType;
-        v.address = address;
-        v.count = count;
-        groups[item.areaType].append(v);
+        Span s = {0, 0, i};
+        if (isWordArea(item.areaType) && readableVariable(item, s.address, s.count))
+            groups[item.areaType].push_back(s);
     }
     for (int type = FirstWordArea; type < AreaTypeCount; ++type) {
-        if (groups[type].isEmpty())
-            continue;
-        Bubble_Sort(&groups[type]);
-        BitVarReCreat(&groups[type], blockUnits);
+        sortByAddress(groups[type]);
+        const VariableRuns runs = {groups[type], vars, tmpl, defaultStation};
+        mergeSortedRuns(runs, blockUnits);
     }
 }

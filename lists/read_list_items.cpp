@@ -1,5 +1,8 @@
-// Which variables the rebuild can read, and how far a request may reach.
+// Which variables the rebuild can read, how far a request may reach, how
+// a request is made for a variable, and the one order of runs by address.
 #include "read_list_passes.h"
+
+#include <algorithm>
 
 #include "../driver/driver_object.h"
 #include "../localarea/local_area.h"
@@ -38,4 +41,29 @@ RW_VAR blockTemplate(const ComInfo &info)
     tmpl.linkNo = info.localLinkNo;
     tmpl.result = 0;
     return tmpl;
+}
+
+RW_VAR requestFor(const RW_VAR &tmpl, const VarInfo &item, int station, int address, int count)
+{
+    RW_VAR v = tmpl;
+    v.station = station;
+    v.areaName = item.areaName;
+    v.addressText = item.addressText;
+    v.areaType = item.areaType;
+    v.address = address;
+    v.count = count;
+    return v;
+}
+
+void sortByAddress(std::vector<Span> &spans)
+{
+    // Spans are made in order of `item`, so ordering equal addresses by it
+    // keeps their order without the cost of a stable sort.
+    struct ByAddress {
+        bool operator()(const Span &a, const Span &b) const
+        {
+            return a.address < b.address || (a.address == b.address && a.item < b.item);
+        }
+    };
+    std::sort(spans.begin(), spans.end(), ByAddress());
 }

@@ -1,12 +1,44 @@
-// The passes that rebuild the cyclic read list, and the two rules they share
-// about which variables can be read and how far a request may reach. All of
-// it runs inside ReCreatReadVarList with listMutex held; none of it locks.
+// The passes that rebuild the cyclic read list, and the rules they share:
+// which variables can be read, how far a request may reach, how a length is
+// cut into pieces, and how runs are ordered. All of it runs inside
+// ReCreatReadVarList with listMutex held; none of it locks.
 #ifndef QUORVEL_RV_READ_LIST_PASSES_H
 #define QUORVEL_RV_READ_LIST_PASSES_H
+
+#include <vector>
 
 #include <QList>
 
 #include "../driver/records.h"
+
+// A run of elements taken from the variable at index `item` of the runtime's
+// list (or of a request list). The passes sort and merge these small
+// records and make a full request only for a block they emit.
+struct Span {
+    int address;
+    int count;
+    int item;
+};
+
+// Ascending address; equal addresses keep their order. Spans must be made
+// with `item` never falling (each pass makes them so).
+void sortByAddress(std::vector<Span> &spans);
+
+// Cuts `total` units into pieces of `size` (the last holds the rest); a size
+// below 1 means no cutting, a total below 1 has no piece. Calls
+// piece(offset, count) in order until it returns false.
+template <class Piece>
+void cutPieces(long long total, long long size, Piece piece)
+{
+    if (total < 1)
+        return;
+    if (size < 1)
+        size = total;
+    const long long n = total / size + (total % size ? 1 : 0);
+    for (long long k = 0; k < n; ++k)
+        if (!piece(k * size, k == n - 1 ? total - k * size : size))
+            return;
+}
 
 // Parses the variable's address and cuts its extent [address, address+count)
 // (bits or registers) to its area. False when there is nothing to read: no
@@ -22,6 +54,9 @@ bool fitRequestToArea(RW_VAR &request);
 // The block request every pass starts from: owner 0/-1, read, this
 // rebuild's link fields, empty value.
 RW_VAR blockTemplate(const ComInfo &info);
+
+// The template made into a request for one variable's texts and area.
+RW_VAR requestFor(const RW_VAR &tmpl, const VarInfo &item, int station, int address, int count);
 
 // Word variables under the default station, merged and cut to blockUnits.
 void groupingPass(const QList<VarInfo> &vars, const RW_VAR &tmpl, int defaultStation,

@@ -1,88 +1,54 @@
 // ReCreatReadVarList and its two final passes: the per-variable pass for
 // several stations and the single-station pass that merges per area.
 #include <climits>
+#include <cstddef>
+#include <vector>
 
-#include <QSet>
 
 #include "../driver/driver_object.h"
 #include "../driver/locks.h"
 #include "../localarea/local_area.h"
 #include "lists.h"
+#include "read_key_set.h"
 #include "read_list_passes.h"
 
 namespace {
 
-// Identity of a cyclic read: the per-variable pass adds no request twice.
-struct ReadKey {
-    int station;
-    int areaType;
-    int address;
-    int count;
-};
-
-inline bool operator==(const ReadKey &a, const ReadKey &b)
+bool addIdentity(ReadKeySet &set, const RW_VAR &v)
 {
-    return a.station == b.station && a.areaType == b.areaType && a.address == b.address &&
-           a.count == b.count;
-}
-
-inline uint qHash(const ReadKey &k)
-{
-    uint h = uint(k.station) * 0x9E3779B1u;
-    h ^= uint(k.areaType) + 0x7F4A7C15u + (h << 6) + (h >> 2);
-    h ^= uint(k.address) + 0x85EBCA6Bu + (h << 6) + (h >> 2);
-    h ^= uint(k.count) + 0xC2B2AE35u + (h << 6) + (h >> 2);
-    return h;
-}
-
-ReadKey keyOf(const RW_VAR &v)
-{
-    ReadKey k = {v.station, v.areaType, v.address, v.count};
-    return k;
-}
-
-// Pieces of `total` units of at most `size` each; a size below 1 means no
-// cutting. A total below 1 has no piece.
-long long pieceCount(long long total, long long size)
-{
-    if (total < 1)
-        return 0;
-    if (size < 1)
-        return 1;
-    return total / size + (total % size ? 1 : 0);
+    return set.insert(v.station, v.areaType, v.address, v.count);
 }
 
 bool isBitName(const QString &name)
 {
-    static const char *const names[] = {"X",  "Y",  "M",  "S",  "T",  "C",   "ET",
-                                        "SM", "HM", "HS", "HT", "HC", "HSC", "SEM"};
+    // Made once: comparing whole QStrings checks their lengths first.
+    static const QString names[] = {
+        QString::fromLatin1("X"),  QString::fromLatin1("Y"),  QString::fromLatin1("M"),
+        QString::fromLatin1("S"),  QString::fromLatin1("T"),  QString::fromLatin1("C"),
+        QString::fromLatin1("ET"), QString::fromLatin1("SM"), QString::fromLatin1("HM"),
+        QString::fromLatin1("HS"), QString::fromLatin1("HT"), QString::fromLatin1("HC"),
+        QString::fromLatin1("HSC"), QString::fromLatin1("SEM")};
+    if (name.size() > 3)
+        return false;
     for (unsigned i = 0; i < sizeof names / sizeof names[0]; ++i)
-        if (name == QLatin1String(names[i]))
+        if (name == names[i])
             return true;
     return false;
 }
 
-// Opens a new block in readList from one piece in bits: whole bytes from
-// the byte that holds the piece's first bit.
-int appendBitBlock(const RW_VAR &piece)
-{
-    RW_VAR block = piece;
-    block.address = piece.address & ~7;
-    block.count = int(((long long)(piece.address & 7) + piece.count + 7) / 8);
-    return AddListReadVar(&block);
-}
-
-// Merges one area's sorted pieces into blocks appended to readList.
-// X and Y never join pieces of different 64-element groups into one block.
-int mergeArea(const QList<RW_VAR> &pieces, int areaType, int blockUnits, int last)
+// Merges one area's sorted pieces into blocks appended to readList; a block
+// starts as a full request made from the piece's variable. X and Y never
+// join pieces of different 64-element groups into one block.
+int mergeArea(const std::vector<Span> &pieces, const QList<VarInfo> &vars, const RW_VAR &tmpl,
+              int station, int areaType, int blockUnits, int last)
 {
     const bool bits = isBitArea(areaType);
     const bool grouped = areaType == 0 || areaType == 1;
     const long long limit = bits ? 8LL * blockUnits : blockUnits;
     QList<RW_VAR> &readList = PLC_driver.readList;
     int block = -1;
-    for (int i = 0; i < pieces.size(); ++i) {
-        const RW_VAR &p = pieces.at(i);
+    for (std::size_t i = 0; i < pieces.size(); ++i) {
+        const Span &p = pieces[i];
         if (block >= 0) {
             RW_VAR &b = readList[block];
             const long long a = p.address;
@@ -109,12 +75,12 @@ int mergeArea(const QList<RW_VAR> &pieces, int areaType, int blockUnits, int las
             if (!open)
                 continue;
         }
-        if (bits) {
-            last = appendBitBlock(p);
-        } else {
-            RW_VAR copy = p;
-            last = AddListReadVar(&copy);
-        }
+        // A bit block reads whole bytes from the byte holding the first bit.
+        RW_VAR blockRequest = requestFor(tmpl, vars.at(p.item), station,
+                                         bits ? p.address & ~7 : p.address,
+                                         bits ? int(((p.address & 7) + (long long)p.count + 7) / 8)
+                                              : p.count);
+        last = AddListReadVar(&blockRequest);
         block = readList.size() - 1;
     }
     return last;
@@ -126,28 +92,25 @@ void WhetherGroup(int total, int pieceSize, RW_VAR *var, QList<RW_VAR> *list)
 {
     if (!var || !list)
         return;
-    const long long n = pieceCount(total, pieceSize);
     const long long start = var->address;
-    const long long size = pieceSize < 1 ? total : pieceSize;
-    for (long long k = 0; k < n; ++k) {
-        const long long address = start + k * size;
-        if (address > INT_MAX)
-            break;
-        var->address = int(address);
-        var->count = int(k == n - 1 ? total - k * size : size);
+    cutPieces(total, pieceSize, [&](long long offset, long long count) {
+        if (start + offset > INT_MAX)
+            return false;
+        var->address = int(start + offset);
+        var->count = int(count);
         list->append(*var);
-    }
+        return true;
+    });
 }
 
 int perVariablePass(const QList<VarInfo> &vars, const RW_VAR &tmpl, int blockUnits)
 {
     QList<RW_VAR> &readList = PLC_driver.readList;
     // What readList holds already, so a repeat is found without a scan.
-    QSet<ReadKey> present;
+    ReadKeySet present(std::size_t(readList.size()) + vars.size());
     for (int i = 0; i < readList.size(); ++i)
-        present.insert(keyOf(readList.at(i)));
-    // A variable cut exactly like an earlier one only gives repeats.
-    QSet<ReadKey> variablesDone;
+        addIdentity(present, readList.at(i));
+    ReadKeySet variablesDone(0);
     for (int i = 0; i < vars.size(); ++i) {
         const VarInfo &item = vars.at(i);
         int a, count;
@@ -170,31 +133,25 @@ int perVariablePass(const QList<VarInfo> &vars, const RW_VAR &tmpl, int blockUni
             start = a;
             total = count;
         }
-        // Totals never exceed an area's size, so the sign can carry the step.
-        const ReadKey variableKey = {item.station, item.areaType, int(start),
-                                     byBytes ? -int(total) : int(total)};
-        if (variablesDone.contains(variableKey))
+        // A variable cut into several pieces exactly like an earlier one only
+        // gives repeats: skip it whole. Byte stepping is told apart by an
+        // area type moved past the real ones.
+        if (blockUnits >= 1 && total > blockUnits &&
+            !variablesDone.insert(item.station, item.areaType + (byBytes ? 32 : 0), int(start),
+                                  int(total)))
             continue;
-        variablesDone.insert(variableKey);
 
-        RW_VAR piece = tmpl;
-        piece.station = item.station;
-        piece.areaName = item.areaName;
-        piece.addressText = item.addressText;
-        piece.areaType = item.areaType;
-        const long long n = pieceCount(total, blockUnits);
-        const long long size = blockUnits < 1 ? total : blockUnits;
-        for (long long k = 0; k < n; ++k) {
-            piece.address = int(start + (byBytes ? 8 : 1) * k * size);
-            piece.count = int(k == n - 1 ? total - k * size : size);
+        RW_VAR piece = requestFor(tmpl, item, item.station, 0, 0);
+        const int step = byBytes ? 8 : 1;
+        cutPieces(total, blockUnits, [&](long long offset, long long size) {
+            piece.address = int(start + step * offset);
+            piece.count = int(size);
             if (!fitRequestToArea(piece))
-                break;
-            const ReadKey key = keyOf(piece);
-            if (present.contains(key))
-                continue;
-            present.insert(key);
-            readList.append(piece);
-        }
+                return false;  // later pieces lie further past the end
+            if (addIdentity(present, piece))
+                readList.append(piece);
+            return true;
+        });
     }
     return readList.size();
 }
@@ -206,28 +163,24 @@ int singleStationPass(const QList<VarInfo> &vars, const RW_VAR &tmpl, int defaul
     // longer than its area.
     const int bitLimit =
         blockUnits < 1 ? 0 : (blockUnits > INT_MAX / 8 ? INT_MAX : 8 * blockUnits);
-    QList<RW_VAR> pieces[AreaTypeCount];
+    std::vector<Span> pieces[AreaTypeCount];
     for (int i = 0; i < vars.size(); ++i) {
         const VarInfo &item = vars.at(i);
         int a, count;
         if (!readableVariable(item, a, count))
             continue;
-        RW_VAR v = tmpl;
-        v.station = defaultStation;
-        v.areaName = item.areaName;
-        v.addressText = item.addressText;
-        v.areaType = item.areaType;
-        v.address = a;
-        v.count = count;
-        WhetherGroup(count, isBitArea(item.areaType) ? bitLimit : blockUnits, &v,
-                     &pieces[item.areaType]);
+        std::vector<Span> &list = pieces[item.areaType];
+        cutPieces(count, isBitArea(item.areaType) ? bitLimit : blockUnits,
+                  [&](long long offset, long long size) {
+                      const Span s = {int(a + offset), int(size), i};
+                      list.push_back(s);
+                      return true;
+                  });
     }
     int last = 0;
     for (int type = 0; type < AreaTypeCount; ++type) {
-        if (pieces[type].isEmpty())
-            continue;
-        Bubble_Sort(&pieces[type]);
-        last = mergeArea(pieces[type], type, blockUnits, last);
+        sortByAddress(pieces[type]);
+        last = mergeArea(pieces[type], vars, tmpl, defaultStation, type, blockUnits, last);
     }
     return last;
 }

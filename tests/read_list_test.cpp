@@ -345,7 +345,7 @@ TEST_F(ReadList, FastPassesMatchThePlainAlgorithmsOnRandomLists)
             const int type = std::rand() % 28;
             const int cap = areaCapacity(type);
             VarInfo v = var(type, randomAddress(type, cap), std::rand() % 15 ? std::rand() % 70 - 2
-                                                                            : std::rand() % (cap + 100),
+                                                                            : std::rand() % (info->blockUnits >= 8 ? cap + 100 : 300),
                             std::rand() % 4);
             if (std::rand() % 12 == 0)
                 v.areaName = QString::fromLatin1(areaNames[std::rand() % 26]);

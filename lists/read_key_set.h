@@ -1,0 +1,70 @@
+// A set of cyclic-read identities (station, area type, address, count) packed
+// into one 64-bit word each in a flat table, so that checking a piece for a
+// repeat costs about one memory read even with a hundred thousand requests.
+#ifndef QUORVEL_RV_READ_KEY_SET_H
+#define QUORVEL_RV_READ_KEY_SET_H
+
+#include <cstddef>
+#include <vector>
+
+class ReadKeySet {
+public:
+    explicit ReadKeySet(std::size_t expected) : used_(0)
+    {
+        std::size_t size = 16;
+        while (size < 2 * expected)
+            size *= 2;
+        slots_.assign(size, 0);
+    }
+
+    // Adds the identity; false when it was there already. The per-variable
+    // pass only makes stations 0..255, area types below 64 and addresses
+    // and counts inside an area, all packable. An identity outside those
+    // ranges (a default station past 65535, say) can equal none of them: it
+    // is not kept and counts as new.
+    bool insert(int station, int areaType, int address, int count)
+    {
+        if (station < 0 || station > 0xFFFF || areaType < 0 || areaType > 63 || address < 0 ||
+            address > FieldMax || count < 1 || count > FieldMax)
+            return true;
+        // count >= 1 keeps every packed key non-zero: 0 marks a free slot.
+        const unsigned long long key = (unsigned long long)station << 48 |
+                                       (unsigned long long)areaType << 42 |
+                                       (unsigned long long)address << 21 | (unsigned)count;
+        if (2 * (used_ + 1) > slots_.size())
+            grow();
+        unsigned long long &slot = find(slots_, key);
+        if (slot != 0)
+            return false;
+        slot = key;
+        ++used_;
+        return true;
+    }
+
+private:
+    static const int FieldMax = (1 << 21) - 1;
+
+    static unsigned long long &find(std::vector<unsigned long long> &slots, unsigned long long key)
+    {
+        unsigned long long h = key * 0x9E3779B97F4A7C15ull;
+        h ^= h >> 29;
+        const std::size_t mask = slots.size() - 1;
+        for (std::size_t i = std::size_t(h) & mask;; i = (i + 1) & mask)
+            if (slots[i] == 0 || slots[i] == key)
+                return slots[i];
+    }
+
+    void grow()
+    {
+        std::vector<unsigned long long> bigger(slots_.size() * 2, 0);
+        for (std::size_t i = 0; i < slots_.size(); ++i)
+            if (slots_[i] != 0)
+                find(bigger, slots_[i]) = slots_[i];
+        slots_.swap(bigger);
+    }
+
+    std::vector<unsigned long long> slots_;
+    std::size_t used_;
+};
+
+#endif
