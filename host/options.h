@@ -1,0 +1,35 @@
+// rvpoll's command line.
+#ifndef RVPOLL_OPTIONS_H
+#define RVPOLL_OPTIONS_H
+
+#include <QList>
+#include <QString>
+#include <string>
+
+#include "serial_link.h"
+#include "varspec.h"
+
+struct PollOptions {
+    LinkSettings link;
+    int station = 1;        // ComInfo defaultStation
+    int retries = 2;        // ComInfo retryLimit
+    int blockUnits = 64;    // ComInfo blockUnits
+    bool multiStation = false;
+    QList<VarSpec> vars;
+    QList<WriteSpec> writes;
+    bool once = false;
+    long long scans = 0;       // stop after this many scans; 0 = run on
+    double durationS = 0;      // stop after this long; 0 = run on
+    int intervalMs = 100;      // pause between scans
+    bool json = false;
+    bool verbose = false;
+    bool hex = false;
+    bool help = false;
+    std::string lib;           // empty: the soname through the RUNPATH
+};
+
+// Parses argv; false with a one-line reason for anything it cannot use.
+bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error);
+const char *usageText();
+
+#endif

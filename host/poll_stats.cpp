@@ -1,0 +1,50 @@
+#include "poll_stats.h"
+
+QString codeMeaning(int code)
+{
+    if (code < 0)
+        return "no request finished yet";
+    if (code == 0)
+        return "retry pending";
+    if (code == 1)
+        return "ok";
+    if (code == 100)
+        return "ok (remote)";
+    // Error bands: base + 1 + owner type, bases 10/40/70 local, +100 remote.
+    const bool remote = code > 100;
+    const int base = (remote ? code - 100 : code) - 1;
+    QString what;
+    if (base >= 10 && base <= 21)
+        what = "check failed";
+    else if (base >= 40 && base <= 51)
+        what = "no reply";
+    else if (base >= 70 && base <= 81)
+        what = "wrong length";
+    else
+        return "unknown code";
+    return remote ? "remote " + what : what;
+}
+
+QString statusLine(const PollStats &s)
+{
+    return QString("frames/s %1 | scan %2 ms | scans %3 | retries %4 | given up %5 | last %6 %7")
+        .arg(s.framesPerSecond, 0, 'f', 1)
+        .arg(s.scanMs, 0, 'f', 1)
+        .arg(s.scans)
+        .arg(s.retries)
+        .arg(s.givenUp)
+        .arg(s.lastCode)
+        .arg(codeMeaning(s.lastCode));
+}
+
+QString summaryLine(const PollStats &s)
+{
+    const long long received = s.repliesGood;
+    const long long errors = s.repliesBad;
+    const double loss = s.framesSent > 0 ? 100.0 * (s.framesSent - received) / s.framesSent : 0.0;
+    return QString("%1 frames transmitted, %2 received, %3 errors, %4% frame loss")
+        .arg(s.framesSent)
+        .arg(received)
+        .arg(errors)
+        .arg(loss, 0, 'f', 1);
+}

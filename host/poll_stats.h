@@ -1,0 +1,30 @@
+// Counters of the polling loop and the words an operator reads them by.
+#ifndef RVPOLL_POLL_STATS_H
+#define RVPOLL_POLL_STATS_H
+
+#include <QString>
+
+struct PollStats {
+    long long framesSent = 0;      // frames written to the line
+    long long repliesGood = 0;     // replies the driver accepted
+    long long repliesBad = 0;      // replies the driver rejected (retried or given up)
+    long long retries = 0;         // frames the driver asked to send again
+    long long givenUp = 0;         // requests that ran out of retries
+    long long scans = 0;           // complete passes over the read list
+    long long linkLost = 0;        // times the port failed and was reopened
+    int lastCode = -1;             // result code of the last finished request
+    double scanMs = 0;             // duration of the last complete scan
+    double framesPerSecond = 0;
+};
+
+// "ok", "check failed", "no reply", "wrong length", with "remote " for the
+// remote-link bands and "retry pending" for 0.
+QString codeMeaning(int code);
+
+// One line for the live view: frames/s, scan time, retries, last code.
+QString statusLine(const PollStats &s);
+
+// "N frames transmitted, N received, N errors, x% frame loss".
+QString summaryLine(const PollStats &s);
+
+#endif

@@ -1,0 +1,192 @@
+#include "poller.h"
+
+#include <stdio.h>
+
+#include <chrono>
+
+namespace {
+
+typedef std::chrono::steady_clock Clock;
+
+double msSince(Clock::time_point t)
+{
+    return std::chrono::duration<double, std::milli>(Clock::now() - t).count();
+}
+
+// Requests of the cyclic read list carry owner id -1.
+bool isCyclic(const RW_VAR *r) { return r->ownerId == -1; }
+
+}  // namespace
+
+Poller::Poller(const DriverApi &api, const LinkSettings &link, int blocks, bool trace, int intervalMs)
+    : api_(api), settings_(link), blocks_(blocks > 0 ? blocks : 1), trace_(trace), intervalMs_(intervalMs)
+{
+}
+
+void Poller::start()
+{
+    stopping_ = false;
+    thread_ = std::thread(&Poller::run, this);
+}
+
+void Poller::stop()
+{
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        stopping_ = true;
+    }
+    scanDone_.notify_all();
+    if (thread_.joinable())
+        thread_.join();
+    link_.close();
+}
+
+PollStats Poller::stats() const
+{
+    std::lock_guard<std::mutex> lock(mutex_);
+    return stats_;
+}
+
+bool Poller::everAnswered() const
+{
+    std::lock_guard<std::mutex> lock(mutex_);
+    return stats_.repliesGood > 0;
+}
+
+bool Poller::lastScanFailed() const
+{
+    std::lock_guard<std::mutex> lock(mutex_);
+    return lastScanFailed_;
+}
+
+long long Poller::waitScan(long long seen, int timeoutMs)
+{
+    std::unique_lock<std::mutex> lock(mutex_);
+    scanDone_.wait_for(lock, std::chrono::milliseconds(timeoutMs),
+                       [&] { return stats_.scans > seen || stopping_; });
+    return stats_.scans;
+}
+
+void Poller::traceBytes(const QByteArray &bytes, char open, char close) const
+{
+    QByteArray line;
+    for (int i = 0; i < bytes.size(); ++i)
+        line += open + QByteArray::number(static_cast<unsigned char>(bytes.at(i)), 16).toUpper().rightJustified(2, '0') + close;
+    fprintf(stderr, "%s\n", line.isEmpty() ? (open == '<' ? "<no reply>" : "[]") : line.constData());
+}
+
+bool Poller::ensureLink()
+{
+    if (link_.isOpen())
+        return true;
+    std::string error;
+    if (link_.open(settings_, error)) {
+        backoffMs_ = 250;
+        return true;
+    }
+    // Unplugged adapters come back; wait longer each time, never spin.
+    std::this_thread::sleep_for(std::chrono::milliseconds(backoffMs_));
+    if (backoffMs_ < 4000)
+        backoffMs_ *= 2;
+    return false;
+}
+
+void Poller::run()
+{
+    Clock::time_point window = Clock::now();
+    long long sentAtWindow = 0;
+    scanStart_ = Clock::now();
+    for (;;) {
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            if (stopping_)
+                return;
+            const double elapsed = msSince(window);
+            if (elapsed >= 1000) {
+                stats_.framesPerSecond = (stats_.framesSent - sentAtWindow) * 1000.0 / elapsed;
+                sentAtWindow = stats_.framesSent;
+                window = Clock::now();
+            }
+        }
+        if (!ensureLink())
+            continue;
+        Protocol *p = api_.ComCommunication();
+        if (!p) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            continue;
+        }
+        if (exchange(p)) {
+            // The pause between scans is not part of the scan time.
+            if (intervalMs_ > 0)
+                std::this_thread::sleep_for(std::chrono::milliseconds(intervalMs_));
+            scanStart_ = Clock::now();
+        }
+    }
+}
+
+bool Poller::exchange(Protocol *p)
+{
+    // The frame belongs to the driver and is gone after DataCom: copy first.
+    const int length = p->sendLength < p->frame.size() ? p->sendLength : p->frame.size();
+    const QByteArray frame = p->frame.left(length > 0 ? length : 0);
+    const int replyLength = p->replyLength;
+
+    QByteArray reply;
+    if (trace_)
+        traceBytes(frame, '[', ']');
+    const SerialLink::Status status = link_.transact(frame, replyLength, reply);
+    if (trace_ && replyLength != 0)
+        traceBytes(reply, '<', '>');
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        ++stats_.framesSent;
+        if (status == SerialLink::Lost)
+            ++stats_.linkLost;
+    }
+    if (status == SerialLink::Lost) {
+        fprintf(stderr, "rvpoll: link to %s lost, reopening\n", settings_.port.c_str());
+        link_.close();
+        reply.clear();
+    }
+
+    RW_VAR *r = api_.DataCom(&reply, reply.size());
+    const bool scanComplete = finished(r, r ? r->result : -1);
+    if (replyLength == 0) {
+        // Broadcast: nobody answers; give the stations time to act on it.
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    return scanComplete;
+}
+
+bool Poller::finished(const RW_VAR *r, int code)
+{
+    bool scanComplete = false;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (code == 0) {
+            ++stats_.repliesBad;
+            ++stats_.retries;
+            return false;
+        }
+        stats_.lastCode = code;
+        const bool good = code == 1 || code == 100;
+        if (good) {
+            ++stats_.repliesGood;
+        } else {
+            ++stats_.repliesBad;
+            ++stats_.givenUp;
+            scanFailure_ = true;
+        }
+        if (r && isCyclic(r) && ++cyclicInScan_ >= blocks_) {
+            cyclicInScan_ = 0;
+            ++stats_.scans;
+            lastScanFailed_ = scanFailure_;
+            stats_.scanMs = msSince(scanStart_);
+            scanFailure_ = false;
+            scanComplete = true;
+        }
+    }
+    if (scanComplete)
+        scanDone_.notify_all();
+    return scanComplete;
+}

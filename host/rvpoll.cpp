@@ -1,0 +1,168 @@
+// rvpoll: polls Quorvel RV controllers through the driver library, loaded
+// and driven exactly as the panel runtime does it.
+#include <signal.h>
+#include <stdio.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <thread>
+
+#include "driver_api.h"
+#include "options.h"
+#include "poller.h"
+#include "table_view.h"
+#include "writer.h"
+
+namespace {
+
+volatile sig_atomic_t g_interrupted = 0;
+
+void onSignal(int) { g_interrupted = 1; }
+
+// The runtime's local memories, handed over with FlashLocalRegister; the
+// driver keeps the pointers and never reads them.
+unsigned short g_localBits[64], g_localWords[64], g_localRwi[64];
+
+// One-off reads finished: rvpoll queues none, but a runtime always has one.
+void onRequestDone(int, int, int, int) {}
+
+int fail(const QString &message)
+{
+    fprintf(stderr, "rvpoll: %s\n", message.toLocal8Bit().constData());
+    return 2;
+}
+
+QList<VarInfo> toVarInfo(const QList<VarSpec> &vars, int defaultStation)
+{
+    QList<VarInfo> list;
+    for (int i = 0; i < vars.size(); ++i) {
+        VarInfo v;
+        v.areaType = static_cast<unsigned char>(vars.at(i).areaType);
+        v.station = static_cast<unsigned char>(vars.at(i).station ? vars.at(i).station : defaultStation);
+        v.addressText = addressTextOf(vars.at(i).areaType, vars.at(i).address);
+        v.areaName = areaNameOf(vars.at(i).areaType);
+        v.count = vars.at(i).count;
+        list.append(v);
+    }
+    return list;
+}
+
+void show(const PollOptions &o, const DriverApi &api, const Poller &poller, const StdinWriter &writer,
+          bool live)
+{
+    const PollStats s = poller.stats();
+    const ValueTable values = readValues(api, o.vars, o.station);
+    if (o.json) {
+        printf("%s\n", renderJson(o.vars, values, s, o.multiStation).toLocal8Bit().constData());
+    } else {
+        QString text = renderTable(o.vars, values, o.hex, o.multiStation) + statusLine(s) + '\n';
+        if (live) {
+            const QString message = writer.lastMessage();
+            text = QString("rvpoll %1 station %2 (type D100=0x1234 to write, q to quit)\n\n")
+                       .arg(QString::fromStdString(o.link.port))
+                       .arg(o.multiStation ? QString("various") : QString::number(o.station)) +
+                   text + message + '\n';
+            // Home, each line cleared as it is rewritten, the rest cleared.
+            text.replace("\n", "\033[K\n");
+            printf("\033[H%s\033[J", text.toLocal8Bit().constData());
+        } else {
+            printf("scan %lld\n%s\n", s.scans, text.toLocal8Bit().constData());
+        }
+    }
+    fflush(stdout);
+}
+
+}  // namespace
+
+int main(int argc, char **argv)
+{
+    PollOptions o;
+    QString error;
+    if (!parseOptions(argc, argv, o, error)) {
+        fprintf(stderr, "rvpoll: %s (rvpoll --help for usage)\n", error.toLocal8Bit().constData());
+        return 2;
+    }
+    if (o.help) {
+        printf("%s", usageText());
+        return 0;
+    }
+
+    DriverApi api;
+    std::string loadError;
+    if (!loadDriver(o.lib.empty() ? kDriverSoname : o.lib, api, loadError))
+        return fail(QString::fromStdString(loadError));
+
+    // Set-up in the runtime's order: record, call-back, local memories,
+    // then the polled variables.
+    static ComInfo info;
+    info.blockUnits = o.blockUnits;
+    info.defaultStation = o.station;
+    info.retryLimit = o.retries;
+    info.multiStation = o.multiStation ? 1 : 0;
+    info.writeMode = 2;
+    api.SetComInfo(&info);
+    api.RegistCallBackFuncIntf(onRequestDone, 0);
+    api.FlashLocalRegister(g_localBits, g_localWords, g_localRwi);
+    QList<VarInfo> varInfo = toVarInfo(o.vars, o.station);
+    const int blocks = api.ReCreatReadVarList(&varInfo);
+
+    Poller poller(api, o.link, blocks, o.verbose, o.once ? 0 : o.intervalMs);
+    std::string linkError;
+    if (!poller.openLink(linkError))
+        return fail(QString::fromStdString(linkError));
+
+    for (int i = 0; i < o.writes.size(); ++i) {
+        QString message;
+        if (!queueWrite(api, o.writes.at(i), o.station, message))
+            return fail(message);
+    }
+
+    struct sigaction sa = {};
+    sa.sa_handler = onSignal;
+    sigaction(SIGINT, &sa, nullptr);
+    sigaction(SIGTERM, &sa, nullptr);
+
+    const bool live = !o.json && !o.once && isatty(1);
+    StdinWriter writer(api, o.station, o.multiStation, !live && !o.json);
+    if (!o.once)
+        writer.start();
+    if (live)
+        printf("\033[2J");
+    poller.start();
+
+    const long long scanLimit = o.once ? 1 : o.scans;
+    const auto started = std::chrono::steady_clock::now();
+    auto lastShown = started - std::chrono::hours(1);
+    long long seen = 0;
+    for (;;) {
+        const long long scans = poller.waitScan(seen, live ? 200 : 100);
+        const auto now = std::chrono::steady_clock::now();
+        const bool newScan = scans > seen;
+        seen = scans;
+        const bool limitReached = scanLimit > 0 && scans >= scanLimit;
+        const bool timeUp = o.durationS > 0 &&
+                            std::chrono::duration<double>(now - started).count() >= o.durationS;
+        const bool done = limitReached || timeUp || g_interrupted || writer.quitRequested();
+        // Plain output shows at most one scan a second; JSON every scan.
+        if (live || (newScan && (o.json || o.once || now - lastShown >= std::chrono::seconds(1))) ||
+            (done && !o.json && !o.once && scans > 0)) {
+            if (!o.once || limitReached)
+                show(o, api, poller, writer, live);
+            lastShown = now;
+        }
+        if (done)
+            break;
+    }
+    writer.stop();
+    poller.stop();
+
+    const PollStats s = poller.stats();
+    fprintf(stderr, "%s\n", summaryLine(s).toLocal8Bit().constData());
+    if (!poller.everAnswered()) {
+        fprintf(stderr, "rvpoll: the controller never answered on %s\n", o.link.port.c_str());
+        return 1;
+    }
+    if (scanLimit > 0 && poller.lastScanFailed())
+        return 1;
+    return 0;
+}

@@ -1,0 +1,27 @@
+// What the operator sees: the values of the polled elements as a table, as
+// one JSON object per scan, and the values read out of the driver.
+#ifndef RVPOLL_TABLE_VIEW_H
+#define RVPOLL_TABLE_VIEW_H
+
+#include <QList>
+#include <QString>
+
+#include "driver_api.h"
+#include "poll_stats.h"
+#include "varspec.h"
+
+typedef QList<QList<int> > ValueTable;  // one list of element values per spec
+
+// Current values from the driver's local area (GetRegisterData): 0/1 for
+// bits, 0..65535 for words.
+ValueTable readValues(const DriverApi &api, const QList<VarSpec> &vars, int defaultStation);
+
+// Rows of 8 words, 8 octal bits (X, Y) or 16 bits, each led by the name of
+// its first element ("2:D8" with stations shown).
+QString renderTable(const QList<VarSpec> &vars, const ValueTable &values, bool hex, bool showStation);
+
+// One line: {"scan":N,"scan_ms":..,...,"values":{"D0":1,...}}.
+QString renderJson(const QList<VarSpec> &vars, const ValueTable &values, const PollStats &stats,
+                   bool showStation);
+
+#endif

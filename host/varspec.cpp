@@ -1,0 +1,222 @@
+#include "varspec.h"
+
+#include <QByteArray>
+#include <QStringList>
+
+#include "localarea/local_area.h"
+
+namespace {
+
+// Area names in area-type order; the type is the index.
+const char *const kAreaNames[AreaTypeCount] = {
+    "X",  "Y",  "M",  "S",   "T",   "C",  "ET", "SM", "HM", "HS",  "HT",  "HC",  "HSC",
+    "SEM", "D", "TD", "CD",  "FD",  "ETD", "SD", "HD", "SFD", "ID", "QD", "HSD", "FS"};
+
+// Largest element address we accept at all; the driver cuts at the area's end.
+const int kMaxAddress = 0xFFFF;
+
+bool parseNumber(const QString &text, int base, int &out)
+{
+    if (text.isEmpty())
+        return false;
+    for (int i = 0; i < text.size(); ++i)
+        if (!text.at(i).isDigit())
+            return false;
+    bool ok = false;
+    out = text.toInt(&ok, base);
+    return ok && out <= kMaxAddress;
+}
+
+// Splits "HSC12" into "HSC" and "12".
+bool splitElement(const QString &text, QString &area, QString &digits)
+{
+    int i = 0;
+    while (i < text.size() && text.at(i).isLetter())
+        ++i;
+    area = text.left(i).toUpper();
+    digits = text.mid(i);
+    return !area.isEmpty() && !digits.isEmpty();
+}
+
+bool parseElement(const QString &text, int &type, int &address, QString &error)
+{
+    QString area, digits;
+    if (!splitElement(text, area, digits)) {
+        error = QString("'%1' is not an element (expected e.g. D100, M5, X17)").arg(text);
+        return false;
+    }
+    type = areaTypeByName(area);
+    if (type < 0) {
+        error = QString("unknown area '%1' in '%2'").arg(area, text);
+        return false;
+    }
+    if (!parseNumber(digits, isOctalArea(type) ? 8 : 10, address)) {
+        error = isOctalArea(type)
+                    ? QString("'%1': %2 addresses are octal (digits 0-7)").arg(text, area)
+                    : QString("'%1': bad address '%2'").arg(text, digits);
+        return false;
+    }
+    return true;
+}
+
+bool parseStation(QString &text, bool needStation, int &station, QString &error)
+{
+    const int colon = text.indexOf(':');
+    if (colon < 0) {
+        if (needStation) {
+            error = QString("'%1' needs a station prefix (e.g. 1:%1) with --multi-station").arg(text);
+            return false;
+        }
+        station = 0;
+        return true;
+    }
+    bool ok = false;
+    station = text.left(colon).toInt(&ok, 10);
+    if (!ok || station < 0 || station > 247) {
+        error = QString("bad station in '%1' (0..247)").arg(text);
+        return false;
+    }
+    text = text.mid(colon + 1);
+    return true;
+}
+
+bool parseValue(const QString &text, bool bit, int &out)
+{
+    bool ok = false;
+    const QString t = text.trimmed();
+    long v = t.startsWith("0x", Qt::CaseInsensitive) ? t.mid(2).toLong(&ok, 16) : t.toLong(&ok, 10);
+    if (!ok)
+        return false;
+    if (bit)
+        ok = v == 0 || v == 1;
+    else
+        ok = v >= -32768 && v <= 65535;
+    out = int(v) & 0xFFFF;
+    return ok;
+}
+
+}  // namespace
+
+int areaTypeByName(const QString &name)
+{
+    for (int t = 0; t < AreaTypeCount; ++t)
+        if (name == QLatin1String(kAreaNames[t]))
+            return t;
+    return -1;
+}
+
+QString areaNameOf(int areaType)
+{
+    return isArea(areaType) ? QString(kAreaNames[areaType]) : QString();
+}
+
+bool isOctalArea(int areaType) { return areaType == 0 || areaType == 1; }
+
+QString addressTextOf(int areaType, int address)
+{
+    return QString::number(address, isOctalArea(areaType) ? 8 : 10);
+}
+
+QString elementName(int areaType, int address)
+{
+    return areaNameOf(areaType) + addressTextOf(areaType, address);
+}
+
+bool parseVarSpec(const QString &input, bool needStation, VarSpec &out, QString &error)
+{
+    QString text = input.trimmed();
+    if (!parseStation(text, needStation, out.station, error))
+        return false;
+    const int dash = text.indexOf('-');
+    int type = -1, first = 0;
+    if (!parseElement(dash < 0 ? text : text.left(dash), type, first, error))
+        return false;
+    int last = first;
+    if (dash >= 0) {
+        QString end = text.mid(dash + 1);
+        // "D0-19" is read as "D0-D19".
+        if (!end.isEmpty() && end.at(0).isDigit())
+            end.prepend(areaNameOf(type));
+        int endType = -1;
+        if (!parseElement(end, endType, last, error))
+            return false;
+        if (endType != type) {
+            error = QString("'%1': a range stays within one area").arg(input);
+            return false;
+        }
+        if (last < first) {
+            error = QString("'%1': range ends before it starts").arg(input);
+            return false;
+        }
+    }
+    out.areaType = type;
+    out.address = first;
+    out.count = last - first + 1;
+    return true;
+}
+
+bool parseVarList(const QString &text, bool needStation, QList<VarSpec> &out, QString &error)
+{
+    const QStringList lines = text.split('\n');
+    for (int l = 0; l < lines.size(); ++l) {
+        QString line = lines.at(l);
+        const int hash = line.indexOf('#');
+        if (hash >= 0)
+            line.truncate(hash);
+        const QStringList words = line.simplified().split(' ');
+        for (int w = 0; w < words.size(); ++w) {
+            if (words.at(w).isEmpty())
+                continue;
+            VarSpec v;
+            if (!parseVarSpec(words.at(w), needStation, v, error))
+                return false;
+            out.append(v);
+        }
+    }
+    return true;
+}
+
+bool parseWriteSpec(const QString &input, bool needStation, WriteSpec &out, QString &error)
+{
+    const int eq = input.indexOf('=');
+    if (eq < 0) {
+        error = QString("'%1' is not a write (expected e.g. D100=0x1234 or M5=1)").arg(input);
+        return false;
+    }
+    QString target = input.left(eq).trimmed();
+    if (target.contains('-')) {
+        error = QString("'%1': write to one element; give several values as D10=1,2,3").arg(input);
+        return false;
+    }
+    if (!parseVarSpec(target, needStation, out.target, error))
+        return false;
+    const bool bit = isBitArea(out.target.areaType);
+    const QStringList parts = input.mid(eq + 1).split(',');
+    out.values.clear();
+    for (int i = 0; i < parts.size(); ++i) {
+        int v = 0;
+        if (!parseValue(parts.at(i), bit, v)) {
+            error = bit ? QString("'%1': a bit takes 0 or 1").arg(input)
+                        : QString("'%1': a word takes -32768..65535 or 0x0000..0xFFFF").arg(input);
+            return false;
+        }
+        out.values.append(v);
+    }
+    out.target.count = out.values.size();
+    return true;
+}
+
+QByteArray writeBytes(const WriteSpec &w)
+{
+    QByteArray bytes;
+    const bool bit = isBitArea(w.target.areaType);
+    for (int i = 0; i < w.values.size(); ++i) {
+        if (bit) {
+            bytes.append(char(w.values.at(i) ? 1 : 0));
+        } else {
+            bytes.append(char(w.values.at(i) & 0xFF));
+            bytes.append(char((w.values.at(i) >> 8) & 0xFF));
+        }
+    }
+    return bytes;
+}

@@ -1,0 +1,48 @@
+// What the operator types to name controller elements: "D0-D19", "M0-M63",
+// "X0-X17" (X and Y in octal, as the controller writes them), "TD5", with a
+// station prefix "2:D0-D9" when several stations share the line, and write
+// requests "D100=0x1234" or "M5=1".
+#ifndef RVPOLL_VARSPEC_H
+#define RVPOLL_VARSPEC_H
+
+#include <QList>
+#include <QString>
+
+// Area type for a name ("D" -> 14), or -1 for a name the controller lacks.
+int areaTypeByName(const QString &name);
+// Name of an area type ("D" for 14), empty for no area.
+QString areaNameOf(int areaType);
+// X and Y are numbered in octal.
+bool isOctalArea(int areaType);
+
+// The address as the controller writes it: octal for X/Y, decimal otherwise.
+QString addressTextOf(int areaType, int address);
+// "X17", "D100".
+QString elementName(int areaType, int address);
+
+struct VarSpec {
+    int station = 0;   // 0 = the default station
+    int areaType = -1;
+    int address = 0;   // element address (bit number or word number)
+    int count = 1;     // elements
+};
+
+// One element run. With `stationPrefix` the text may (and in a multi-station
+// poll must) start with "N:". Returns false and says why in `error`.
+bool parseVarSpec(const QString &text, bool needStation, VarSpec &out, QString &error);
+
+// Whitespace-separated specs; "#" starts a comment to the end of the line.
+bool parseVarList(const QString &text, bool needStation, QList<VarSpec> &out, QString &error);
+
+struct WriteSpec {
+    VarSpec target;      // count = number of values
+    QList<int> values;   // 0/1 for bits, 0..65535 for words
+};
+
+// "D100=0x1234", "D10=1,2,3" (consecutive words), "M5=1", "2:D0=7".
+bool parseWriteSpec(const QString &text, bool needStation, WriteSpec &out, QString &error);
+
+// Value bytes as the driver takes them: one byte per bit, words low byte first.
+QByteArray writeBytes(const WriteSpec &w);
+
+#endif

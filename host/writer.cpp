@@ -1,0 +1,99 @@
+#include "writer.h"
+
+#include <poll.h>
+#include <stdio.h>
+#include <unistd.h>
+
+#include <QByteArray>
+#include <QStringList>
+
+#include "localarea/local_area.h"
+
+bool queueWrite(const DriverApi &api, const WriteSpec &w, int defaultStation, QString &message)
+{
+    QByteArray bytes = writeBytes(w);
+    const VarSpec &t = w.target;
+    const int station = t.station ? t.station : defaultStation;
+    const int pending = api.SetRegisterData(areaNameOf(t.areaType), t.areaType, addressTextOf(t.areaType, t.address),
+                                            station, &bytes, t.count, 0, 1);
+    QString values;
+    for (int i = 0; i < w.values.size(); ++i) {
+        if (i)
+            values += ',';
+        values += isBitArea(t.areaType) ? QString::number(w.values.at(i))
+                                        : "0x" + QString::number(w.values.at(i), 16).toUpper().rightJustified(4, '0');
+    }
+    const QString what = elementName(t.areaType, t.address) + "=" + values;
+    if (pending <= 0) {
+        message = "write " + what + " refused by the driver (X and SEM cannot be written)";
+        return false;
+    }
+    message = QString("write %1 queued (%2 pending)").arg(what).arg(pending);
+    return true;
+}
+
+StdinWriter::StdinWriter(const DriverApi &api, int defaultStation, bool multiStation, bool echoMessages)
+    : api_(api), defaultStation_(defaultStation), multiStation_(multiStation), echo_(echoMessages)
+{
+}
+
+void StdinWriter::start() { thread_ = std::thread(&StdinWriter::run, this); }
+
+void StdinWriter::stop()
+{
+    stop_ = true;
+    if (thread_.joinable())
+        thread_.join();
+}
+
+QString StdinWriter::lastMessage() const
+{
+    std::lock_guard<std::mutex> lock(mutex_);
+    return message_;
+}
+
+void StdinWriter::handleLine(const QString &input)
+{
+    const QString line = input.trimmed();
+    if (line.isEmpty())
+        return;
+    if (line == "q" || line == "quit") {
+        quit_ = true;
+        return;
+    }
+    const QStringList words = line.split(' ');
+    for (int i = 0; i < words.size(); ++i) {
+        if (words.at(i).isEmpty())
+            continue;
+        WriteSpec w;
+        QString message;
+        if (parseWriteSpec(words.at(i), multiStation_, w, message))
+            queueWrite(api_, w, defaultStation_, message);
+        if (echo_)
+            fprintf(stdout, "rvpoll: %s\n", message.toLocal8Bit().constData()), fflush(stdout);
+        std::lock_guard<std::mutex> lock(mutex_);
+        message_ = message;
+    }
+}
+
+void StdinWriter::run()
+{
+    QByteArray pending;
+    while (!stop_ && !quit_) {
+        // Poll so that stop() never waits on a read that will not return.
+        pollfd p = {0, POLLIN, 0};
+        const int r = poll(&p, 1, 100);
+        if (r <= 0)
+            continue;
+        char buf[256];
+        const ssize_t n = read(0, buf, sizeof buf);
+        if (n <= 0)
+            return;  // end of input: keep polling, stop listening
+        pending.append(buf, int(n));
+        int nl;
+        while ((nl = pending.indexOf('\n')) >= 0) {
+            handleLine(QString::fromLocal8Bit(pending.left(nl)));
+            pending.remove(0, nl + 1);
+        }
+    }
+}

@@ -1,0 +1,49 @@
+// Writes from the command line and from standard input, handed to the
+// driver through SetRegisterData as a runtime's other threads would.
+#ifndef RVPOLL_WRITER_H
+#define RVPOLL_WRITER_H
+
+#include <QString>
+#include <atomic>
+#include <mutex>
+#include <thread>
+
+#include "driver_api.h"
+#include "varspec.h"
+
+// Queues one write; false when the driver refused it. `message` tells the
+// operator what happened either way.
+bool queueWrite(const DriverApi &api, const WriteSpec &w, int defaultStation, QString &message);
+
+// Reads "D100=0x1234" lines from standard input on its own thread until
+// end of input or stop(); "q" or "quit" asks the program to finish.
+class StdinWriter {
+public:
+    StdinWriter(const DriverApi &api, int defaultStation, bool multiStation, bool echoMessages);
+    ~StdinWriter() { stop(); }
+
+    void start();
+    void stop();
+    bool quitRequested() const { return quit_; }
+    // The last message, for the status area of the live view.
+    QString lastMessage() const;
+
+private:
+    StdinWriter(const StdinWriter &);
+    StdinWriter &operator=(const StdinWriter &);
+
+    void run();
+    void handleLine(const QString &line);
+
+    DriverApi api_;
+    int defaultStation_;
+    bool multiStation_;
+    bool echo_;
+    std::atomic<bool> stop_{false};
+    std::atomic<bool> quit_{false};
+    mutable std::mutex mutex_;
+    QString message_;
+    std::thread thread_;
+};
+
+#endif
