@@ -25,10 +25,10 @@ unsigned char valueByte(const RW_VAR &var, int index)
 
 int readDataBytes(bool bitArea, int count)
 {
-    if (count < 0 || count > MaxReplyDataBytes)
+    const long long quantity = bitArea ? 8LL * count : count;
+    if (count < 0 || quantity > MaxFrameQuantity)
         return -1;
-    const int bytes = bitArea ? count : 2 * count;
-    return bytes <= MaxReplyDataBytes ? bytes : -1;
+    return bitArea ? count : 2 * count;
 }
 
 void queueFrame(const RW_VAR &var, const QByteArray &frame, int replyLength, int headerLength,

@@ -7,8 +7,11 @@
 
 #include "../driver/records.h"
 
-// Largest data part of a controller reply: its byte-count field is 8 bits.
-enum { MaxReplyDataBytes = 255 };
+// Quantities travel as 16-bit fields. Larger counts are cut to 16 bits on the
+// wire as the controller format has it (the controller then refuses the
+// frame and the runtime sees the error code); only counts that no 16-bit
+// field could describe at all are refused.
+enum { MaxFrameQuantity = 0xFFFF };
 
 // Appends the CRC-16 of the whole frame, low byte first as Modbus RTU sends it.
 void appendCrc(QByteArray &frame);
@@ -21,9 +24,9 @@ void appendBigEndian(QByteArray &frame, unsigned int value, int bytes);
 unsigned char valueByte(const RW_VAR &var, int index);
 
 // Data bytes of the reply to a read of `count` units (bytes for bit areas,
-// registers otherwise), or -1 when no reply could carry them: a negative
-// count, or more than the reply's 8-bit byte count can announce. Such a
-// request gets no frame, and the scheduler drops a request without one.
+// registers otherwise), or -1 when no frame can ask for them: a negative
+// count, or one whose quantity exceeds 16 bits. Such a request gets no
+// frame, and the scheduler drops a request without one.
 int readDataBytes(bool bitArea, int count);
 
 // Appends the Protocol for `frame` to the send queue. `countFrames` resets

@@ -10,8 +10,10 @@
 
 namespace {
 
-// The byte count of a 0x10 frame is one byte: 127 registers at most.
-const int maxWriteRegisters = MaxReplyDataBytes / 2;
+// Above 127 registers the one-byte byte count of a 0x10 frame wraps, as the
+// controller format has it. The CRC length is a 16-bit number: past it the
+// frame could not even be checked, so larger counts are refused.
+const int maxWriteRegisters = (MaxFrameQuantity - 7) / 2;
 
 // Every write is echoed as station, function, address, value or quantity
 // and CRC.

@@ -62,16 +62,20 @@ TEST_F(Frames, ReadsMatchTheWorkedFramesAndReplyShapes)
     EXPECT_EQ(shape(build(ReadRegister, request(D, 0, 4, 0))), "0/0/0");
 }
 
-TEST_F(Frames, ReadsRefuseWhatNoReplyCanCarry)
+TEST_F(Frames, ReadsRefuseOnlyWhatNoFrameCanAskFor)
 {
-    // Largest counts whose reply byte count still fits one byte.
-    Protocol p = build(ReadRegister, request(M, 0, 255));
-    EXPECT_EQ(p.frame.mid(4, 2), hex("07F8"));
-    EXPECT_EQ(p.replyLength, 260);
-    EXPECT_EQ(build(ReadRegister, request(D, 0, 127)).replyLength, 259);
+    // Past what one reply can carry the frame still goes, its quantity in
+    // 16 bits: the controller answers with an exception the runtime sees.
+    Protocol p = build(ReadRegister, request(M, 0, 256));
+    EXPECT_EQ(p.frame.mid(4, 2), hex("0800"));
+    EXPECT_EQ(p.replyLength, 261);
+    p = build(ReadRegister, request(D, 0, 300));
+    EXPECT_EQ(p.frame.mid(4, 2), hex("012C"));
+    EXPECT_EQ(p.replyLength, 605);
+    EXPECT_EQ(build(ReadRegister, request(D, 0, 0xFFFF)).replyDataLength, 0x1FFFE);
 
     info->framesDone = 9;
-    for (RW_VAR v : {request(M, 0, 256), request(D, 0, 128), request(D, 0, -1),
+    for (RW_VAR v : {request(M, 0, 8192), request(D, 0, 0x10000), request(D, 0, -1),
                      request(X, 0, 0x7FFFFFFF), request(26, 0, 1), request(-1, 0, 1)}) {
         EXPECT_TRUE(build(ReadRegister, v).frame.isEmpty());
     }
@@ -121,12 +125,16 @@ TEST_F(Frames, WritesPadShortValuesAndRefuseUnframeableCounts)
     Protocol p = build(WriteAnalog, request(D, 0, 3, 1, hex("112233")));
     EXPECT_EQ(p.frame.mid(7, 6), hex("221100330000"));
 
-    // 127 registers is the most a byte count can announce.
+    // 127 registers is the most a byte count can announce; past it the
+    // byte count wraps and the frame still carries every register.
     p = build(WriteAnalog, request(FS, 0, 127, 1, QByteArray(254, char(0x5A))));
     EXPECT_EQ(p.sendLength, 9 + 254);
     EXPECT_EQ(p.frame.mid(2, 5), hex("F4C0007FFE"));
+    p = build(WriteAnalog, request(D, 0, 128, 1, QByteArray(256, char(0x5A))));
+    EXPECT_EQ(p.sendLength, 9 + 256);
+    EXPECT_EQ(p.frame.mid(4, 3), hex("008000"));
 
-    for (int count : {128, -1, -2, 0x7FFFFFFF}) {
+    for (int count : {32765, -1, -2, 0x7FFFFFFF}) {
         RW_VAR v = request(D, 40, count, 1, hex("FFFF"));
         EXPECT_TRUE(build(WriteRegister, v).frame.isEmpty()) << count;
     }
