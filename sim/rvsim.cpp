@@ -1,0 +1,133 @@
+// rvsim: a Quorvel RV controller on a pseudo-terminal or a serial port,
+// answering Modbus RTU with live values and faults on request.
+#include <fcntl.h>
+#include <libserialport.h>
+#include <pty.h>
+#include <signal.h>
+#include <stdio.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <thread>
+
+#include "live_data.h"
+#include "sim_options.h"
+#include "sim/server/modbus_server.h"
+
+namespace {
+
+volatile sig_atomic_t g_stop = 0;
+
+void onSignal(int) { g_stop = 1; }
+
+int fail(const std::string &message)
+{
+    fprintf(stderr, "rvsim: %s\n", message.c_str());
+    return 2;
+}
+
+// The master side of a new raw pseudo-terminal; the slave side stays open
+// here too, so the line does not hang up between two pollers.
+bool openPty(int &master, int &slave, std::string &path, std::string &error)
+{
+    char name[128];
+    termios raw;
+    cfmakeraw(&raw);
+    raw.c_cc[VMIN] = 1;
+    raw.c_cc[VTIME] = 0;
+    if (openpty(&master, &slave, name, &raw, nullptr) != 0) {
+        error = "cannot create a pseudo-terminal";
+        return false;
+    }
+    path = name;
+    return true;
+}
+
+bool openSerial(const SimOptions &o, sp_port *&port, int &fd, std::string &error)
+{
+    if (sp_get_port_by_name(o.device.c_str(), &port) != SP_OK || sp_open(port, SP_MODE_READ_WRITE) != SP_OK) {
+        char *msg = sp_last_error_message();
+        error = "cannot open " + o.device + ": " + (msg ? msg : "unknown error");
+        sp_free_error_message(msg);
+        return false;
+    }
+    const sp_parity parity = o.parity == 'N' ? SP_PARITY_NONE : o.parity == 'O' ? SP_PARITY_ODD : SP_PARITY_EVEN;
+    if (sp_set_baudrate(port, o.baud) != SP_OK || sp_set_bits(port, 8) != SP_OK ||
+        sp_set_parity(port, parity) != SP_OK || sp_set_stopbits(port, o.stopBits) != SP_OK ||
+        sp_set_flowcontrol(port, SP_FLOWCONTROL_NONE) != SP_OK || sp_get_port_handle(port, &fd) != SP_OK) {
+        error = "cannot configure " + o.device;
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+int main(int argc, char **argv)
+{
+    SimOptions o;
+    std::string error;
+    if (!parseSimOptions(argc, argv, o, error))
+        return fail(error + " (rvsim --help for usage)");
+    if (o.help) {
+        printf("%s", simUsage());
+        return 0;
+    }
+
+    int fd = -1, slave = -1;
+    sp_port *port = nullptr;
+    std::string path = o.device;
+    if (o.device.empty() ? !openPty(fd, slave, path, error) : !openSerial(o, port, fd, error))
+        return fail(error);
+    if (!o.link.empty()) {
+        unlink(o.link.c_str());  // a link left by an earlier run
+        if (symlink(path.c_str(), o.link.c_str()) != 0)
+            return fail("cannot create the link " + o.link);
+    }
+
+    ModbusServer server(fd);
+    server.setStations(o.stations);
+    server.setFaults(o.faults);
+    if (!server.start())
+        return fail("cannot start the Modbus server");
+    LiveData live(server);
+
+    struct sigaction sa = {};
+    sa.sa_handler = onSignal;
+    sigaction(SIGINT, &sa, nullptr);
+    sigaction(SIGTERM, &sa, nullptr);
+    signal(SIGPIPE, SIG_IGN);
+
+    std::string stations;
+    for (size_t i = 0; i < o.stations.size(); ++i)
+        stations += (i ? "," : "") + std::to_string(o.stations[i]);
+    printf("rvsim: listening on %s (station %s)\n", path.c_str(), stations.c_str());
+    fflush(stdout);
+
+    while (!g_stop) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(o.tickMs));
+        const std::vector<std::string> changes = live.step();
+        if (!o.quiet) {
+            for (size_t i = 0; i < changes.size(); ++i)
+                printf("rvsim: written: %s\n", changes[i].c_str());
+            if (!changes.empty())
+                fflush(stdout);
+        }
+    }
+
+    server.stop();
+    const ModbusServer::Counters c = server.counters();
+    printf("rvsim: stopped after %llu requests, %llu replies, %llu faults\n",
+           (unsigned long long)c.requests, (unsigned long long)c.replies, (unsigned long long)c.faults);
+    if (!o.link.empty())
+        unlink(o.link.c_str());
+    if (port) {
+        sp_close(port);
+        sp_free_port(port);
+    } else {
+        close(fd);
+        close(slave);
+    }
+    return 0;
+}
