@@ -97,7 +97,7 @@ if(RV_DEB_ARCH STREQUAL "armhf" AND CMAKE_CROSSCOMPILING)
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS
     "libc6 (>= 2.34), libgcc-s1 (>= 3.5), libqt5core5a (>= 5.15.1), libstdc++6 (>= 11)")
   set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS
-    "${CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS}, libc6 (>= 2.34), libgcc-s1 (>= 3.5), libstdc++6 (>= 11), libmodbus5 (>= 3.1.6), libserialport0 (>= 0.1.1)")
+    "${CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS}, libc6 (>= 2.34), libgcc-s1 (>= 3.5), libstdc++6 (>= 11), libmodbus5 (>= 3.1.6), libqt5core5a (>= 5.15.1), libserialport0")
 else()
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 endif()
