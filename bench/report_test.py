@@ -86,16 +86,16 @@ class ReportTest(unittest.TestCase):
         self.assertIn("not measured", self.line(md, "| `SetRegisterData`"))
 
     def test_wire_ratios(self):
-        side = {"frames": 100, "bytes": 2000, "pty_ms": 10.0, "line_ms_9600": 3000.0,
+        side = {"frames": 100, "bytes": 2000, "pty_ms": 10.0, "cpu_ms": 2.0, "line_ms_9600": 3000.0,
                 "line_ms_19200": 1500.0, "line_ms_115200": 400.0, "failures": 0}
-        single = dict(side, frames=600, bytes=5000, pty_ms=30.0, line_ms_9600=7500.0,
+        single = dict(side, frames=600, bytes=5000, pty_ms=30.0, cpu_ms=7.0, line_ms_9600=7500.0,
                       line_ms_19200=3750.0, line_ms_115200=1600.0)
         rc, md = self.run_report([], wire={
             "variables": 600, "scans": 1, "driver": side, "one_per_variable": single,
             "ratio_frames": 6.0, "ratio_bytes": 2.5, "ratio_time": 3.0,
             "driver_distinct_frames": 98, "values_differ": 0})
         self.assertEqual(rc, 0)
-        self.assertIn("| 6.0× | 2.5× | 3.0× | 2.5× | 2.5× | 4.0× |", md)
+        self.assertIn("| 6.0× | 2.5× | 3.0× | 3.5× | 2.5× | 2.5× | 4.0× |", md)
         self.assertIn("98 of the driver's 100 frames", md)
 
 

@@ -4,11 +4,15 @@
 // program counts frames and bytes per scan, times the scans, checks that
 // both read the same values, and prints a table (and JSON with --json).
 //
-//   wire_efficiency [--vars N] [--scans K] [--json FILE]
+// With --rvpoll the same variables are also polled once by the runtime
+// stand-in, which loads the shared library the way a panel does.
+//
+//   wire_efficiency [--vars N] [--scans K] [--json FILE] [--rvpoll PATH]
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
+#include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -42,7 +46,19 @@ struct ScanStats {
     long failures = 0;
     long distinct = 0;   // frames that differ from every other of the scan
     double seconds = 0;  // per scan, averaged
+    bool measured = true;
+    double processMs = 0;  // rvpoll only: start to exit, library load included
+    double cpuSeconds = 0; // client thread's CPU per scan, simulator excluded
 };
+
+// CPU time of the calling thread: unlike the wall clock it does not count
+// the time other processes of a busy machine take.
+double threadCpuSeconds()
+{
+    timespec t;
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+    return double(t.tv_sec) + t.tv_nsec / 1e9;
+}
 
 // Scattered variables in six areas with gaps of varying width, the mix of
 // a typical panel: mostly single words and bits, some 32-bit pairs.
@@ -137,6 +153,7 @@ ScanStats scanWithDriver(int fd, const std::vector<Var> &vars, int scans)
         blocks.insert(std::make_tuple(r.station, r.areaType, r.address, r.count));
     s.distinct = long(blocks.size());
     std::vector<unsigned char> buf(512);
+    const double c0 = threadCpuSeconds();
     const auto t0 = std::chrono::steady_clock::now();
     for (int scan = 0; scan < scans; ++scan) {
         for (int i = 0; i < perScan; ++i) {
@@ -159,6 +176,7 @@ ScanStats scanWithDriver(int fd, const std::vector<Var> &vars, int scans)
         }
     }
     const auto t1 = std::chrono::steady_clock::now();
+    s.cpuSeconds = (threadCpuSeconds() - c0) / scans;
     s.seconds = std::chrono::duration<double>(t1 - t0).count() / scans;
     s.frames /= scans;
     s.bytes /= scans;
@@ -179,6 +197,7 @@ ScanStats scanOnePerVariable(const char *device, const std::vector<Var> &vars, i
     }
     modbus_set_response_timeout(ctx, 1, 0);
     values.assign(vars.size() * 2, 0);
+    const double c0 = threadCpuSeconds();
     const auto t0 = std::chrono::steady_clock::now();
     for (int scan = 0; scan < scans; ++scan) {
         for (size_t i = 0; i < vars.size(); ++i) {
@@ -202,6 +221,7 @@ ScanStats scanOnePerVariable(const char *device, const std::vector<Var> &vars, i
         }
     }
     const auto t1 = std::chrono::steady_clock::now();
+    s.cpuSeconds = (threadCpuSeconds() - c0) / scans;
     modbus_close(ctx);
     modbus_free(ctx);
     s.seconds = std::chrono::duration<double>(t1 - t0).count() / scans;
@@ -237,6 +257,82 @@ int compareValues(const std::vector<Var> &vars, const std::vector<uint16_t> &val
     return differ;
 }
 
+// A number that follows `"key":` in a line of JSON, or -1.
+double jsonNumber(const std::string &line, const char *key)
+{
+    const std::string k = std::string("\"") + key + "\":";
+    const size_t at = line.find(k);
+    return at == std::string::npos ? -1 : std::atof(line.c_str() + at + k.size());
+}
+
+// One scan by rvpoll over the same line: frames and scan time from its
+// JSON line. It builds the same requests through the same library, so when
+// its frame count equals the driver loop's, so do its bytes.
+ScanStats scanWithRvpoll(const char *rvpoll, const char *device, const std::vector<Var> &vars,
+                         const ScanStats &driver)
+{
+    ScanStats s;
+    s.measured = false;
+    char path[] = "/tmp/rv-wire-vars-XXXXXX";
+    const int vf = mkstemp(path);
+    if (vf < 0)
+        return s;
+    std::string text;
+    for (const Var &v : vars) {
+        const int base = v.areaType <= 1 ? 8 : 10;
+        text += v.name + QString::number(v.address, base).toStdString();
+        if (v.count > 1)
+            text += std::string("-") + v.name +
+                    QString::number(v.address + v.count - 1, base).toStdString();
+        text += '\n';
+    }
+    const bool written = writeAll(vf, text.data(), int(text.size()));
+    close(vf);
+    int out[2];
+    if (!written || pipe(out) != 0) {
+        unlink(path);
+        return s;
+    }
+    const auto t0 = std::chrono::steady_clock::now();
+    const pid_t pid = fork();
+    if (pid == 0) {
+        dup2(out[1], 1);
+        close(out[0]);
+        close(out[1]);
+        execl(rvpoll, rvpoll, "--port", device, "--once", "--json", "--vars", path,
+              static_cast<char *>(nullptr));
+        _exit(127);
+    }
+    close(out[1]);
+    std::string output;
+    char chunk[4096];
+    for (;;) {
+        const ssize_t n = read(out[0], chunk, sizeof chunk);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            break;
+        output.append(chunk, size_t(n));
+    }
+    close(out[0]);
+    int status = 0;
+    if (pid > 0)
+        waitpid(pid, &status, 0);
+    const auto t1 = std::chrono::steady_clock::now();
+    unlink(path);
+    const size_t start = output.rfind("{\"scan\"");
+    if (pid <= 0 || !WIFEXITED(status) || WEXITSTATUS(status) != 0 || start == std::string::npos)
+        return s;
+    const std::string line = output.substr(start);
+    s.measured = true;
+    s.frames = long(jsonNumber(line, "frames"));
+    s.failures = long(jsonNumber(line, "retries")) + long(jsonNumber(line, "given_up"));
+    s.seconds = jsonNumber(line, "scan_ms") / 1e3;
+    s.bytes = s.frames == driver.frames ? driver.bytes : -1;
+    s.processMs = std::chrono::duration<double>(t1 - t0).count() * 1e3;
+    return s;
+}
+
 // Time on a real line for the same traffic, 8E1 (11 bits a character), each
 // frame followed by the 3.5-character silence (1.75 ms above 19200 baud).
 double lineSeconds(const ScanStats &s, int baud)
@@ -248,18 +344,29 @@ double lineSeconds(const ScanStats &s, int baud)
 
 void printRow(const char *name, const ScanStats &s)
 {
-    std::printf("%-28s %8ld %10ld %12.2f %12.1f %12.1f %12.1f %9ld\n", name, s.frames, s.bytes,
-                s.seconds * 1e3, lineSeconds(s, 9600) * 1e3, lineSeconds(s, 19200) * 1e3,
-                lineSeconds(s, 115200) * 1e3, s.failures);
+    if (s.bytes < 0) {
+        std::printf("%-28s %8ld %10s %12.2f %12s %12s %12s %12s %9ld\n", name, s.frames, "?",
+                    s.seconds * 1e3, "?", "?", "?", "?", s.failures);
+        return;
+    }
+    std::printf("%-28s %8ld %10ld %12.2f %12.2f %12.1f %12.1f %12.1f %9ld\n", name, s.frames,
+                s.bytes, s.seconds * 1e3, s.cpuSeconds * 1e3, lineSeconds(s, 9600) * 1e3,
+                lineSeconds(s, 19200) * 1e3, lineSeconds(s, 115200) * 1e3, s.failures);
 }
 
 void jsonRow(FILE *f, const char *key, const ScanStats &s, bool last)
 {
+    if (s.bytes < 0) {
+        std::fprintf(f, "  \"%s\": {\"frames\": %ld, \"pty_ms\": %.3f, \"failures\": %ld}%s\n",
+                     key, s.frames, s.seconds * 1e3, s.failures, last ? "" : ",");
+        return;
+    }
     std::fprintf(f,
-                 "  \"%s\": {\"frames\": %ld, \"bytes\": %ld, \"pty_ms\": %.3f, "
+                 "  \"%s\": {\"frames\": %ld, \"bytes\": %ld, \"pty_ms\": %.3f, \"cpu_ms\": %.3f, "
                  "\"line_ms_9600\": %.1f, \"line_ms_19200\": %.1f, \"line_ms_115200\": %.1f, "
                  "\"failures\": %ld}%s\n",
-                 key, s.frames, s.bytes, s.seconds * 1e3, lineSeconds(s, 9600) * 1e3,
+                 key, s.frames, s.bytes, s.seconds * 1e3, s.cpuSeconds * 1e3,
+                 lineSeconds(s, 9600) * 1e3,
                  lineSeconds(s, 19200) * 1e3, lineSeconds(s, 115200) * 1e3, s.failures,
                  last ? "" : ",");
 }
@@ -271,6 +378,7 @@ int main(int argc, char **argv)
     int total = 2000;
     int scans = 3;
     const char *jsonPath = nullptr;
+    const char *rvpoll = nullptr;
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
         if (a == "--vars" && i + 1 < argc)
@@ -279,8 +387,11 @@ int main(int argc, char **argv)
             scans = std::atoi(argv[++i]);
         else if (a == "--json" && i + 1 < argc)
             jsonPath = argv[++i];
+        else if (a == "--rvpoll" && i + 1 < argc)
+            rvpoll = argv[++i];
         else {
-            std::fprintf(stderr, "usage: %s [--vars N] [--scans K] [--json FILE]\n", argv[0]);
+            std::fprintf(stderr, "usage: %s [--vars N] [--scans K] [--json FILE] [--rvpoll PATH]\n",
+                         argv[0]);
             return 2;
         }
     }
@@ -315,6 +426,10 @@ int main(int argc, char **argv)
     std::vector<uint16_t> values;
     const ScanStats plain = scanOnePerVariable(device, vars, scans, values);
     const int differ = compareValues(vars, values);
+    ScanStats stand;
+    stand.measured = false;
+    if (rvpoll != nullptr)
+        stand = scanWithRvpoll(rvpoll, device, vars, driver);
     server.stop();
     close(slave);
     close(master);
@@ -323,10 +438,14 @@ int main(int argc, char **argv)
     const double byteRatio = driver.bytes > 0 ? double(plain.bytes) / driver.bytes : 0;
     const double timeRatio = driver.seconds > 0 ? plain.seconds / driver.seconds : 0;
     std::printf("%zu variables, %d scans each, station 1, blockUnits 64\n", vars.size(), scans);
-    std::printf("%-28s %8s %10s %12s %12s %12s %12s %9s\n", "client", "frames", "bytes",
-                "pty ms/scan", "9600 ms", "19200 ms", "115200 ms", "failures");
+    std::printf("%-28s %8s %10s %12s %12s %12s %12s %12s %9s\n", "client", "frames", "bytes",
+                "pty ms/scan", "cpu ms/scan", "9600 ms", "19200 ms", "115200 ms", "failures");
     printRow("driver (block reads)", driver);
     printRow("libmodbus, one per variable", plain);
+    if (stand.measured)
+        printRow("rvpoll --once (library)", stand);
+    else if (rvpoll != nullptr)
+        std::printf("rvpoll did not complete a scan\n");
     std::printf("ratio (one per variable / driver): frames %.1fx, bytes %.1fx, pty time %.1fx\n",
                 frameRatio, byteRatio, timeRatio);
     std::printf("distinct block reads among the driver's frames: %ld\n", driver.distinct);
@@ -341,6 +460,10 @@ int main(int argc, char **argv)
         std::fprintf(f, "{\n  \"variables\": %zu,\n  \"scans\": %d,\n", vars.size(), scans);
         jsonRow(f, "driver", driver, false);
         jsonRow(f, "one_per_variable", plain, false);
+        if (stand.measured) {
+            jsonRow(f, "rvpoll", stand, false);
+            std::fprintf(f, "  \"rvpoll_process_ms\": %.1f,\n", stand.processMs);
+        }
         std::fprintf(f, "  \"ratio_frames\": %.2f,\n  \"ratio_bytes\": %.2f,\n", frameRatio,
                      byteRatio);
         std::fprintf(f, "  \"ratio_time\": %.2f,\n  \"driver_distinct_frames\": %ld,\n",
@@ -348,6 +471,7 @@ int main(int argc, char **argv)
         std::fprintf(f, "  \"values_differ\": %d\n}\n", differ);
         std::fclose(f);
     }
-    const bool ok = driver.failures == 0 && plain.failures == 0 && differ == 0;
+    const bool ok = driver.failures == 0 && plain.failures == 0 && differ == 0 &&
+                    (rvpoll == nullptr || (stand.measured && stand.failures == 0));
     return ok ? 0 : 1;
 }
