@@ -330,6 +330,7 @@ ScanStats scanWithRvpoll(const char *rvpoll, const char *device, const std::vect
     s.seconds = jsonNumber(line, "scan_ms") / 1e3;
     s.bytes = s.frames == driver.frames ? driver.bytes : -1;
     s.processMs = std::chrono::duration<double>(t1 - t0).count() * 1e3;
+    s.cpuSeconds = -1;  // its CPU is another process's
     return s;
 }
 
@@ -349,8 +350,11 @@ void printRow(const char *name, const ScanStats &s)
                     s.seconds * 1e3, "?", "?", "?", "?", s.failures);
         return;
     }
-    std::printf("%-28s %8ld %10ld %12.2f %12.2f %12.1f %12.1f %12.1f %9ld\n", name, s.frames,
-                s.bytes, s.seconds * 1e3, s.cpuSeconds * 1e3, lineSeconds(s, 9600) * 1e3,
+    char cpu[32] = "?";
+    if (s.cpuSeconds >= 0)
+        std::snprintf(cpu, sizeof cpu, "%.2f", s.cpuSeconds * 1e3);
+    std::printf("%-28s %8ld %10ld %12.2f %12s %12.1f %12.1f %12.1f %9ld\n", name, s.frames,
+                s.bytes, s.seconds * 1e3, cpu, lineSeconds(s, 9600) * 1e3,
                 lineSeconds(s, 19200) * 1e3, lineSeconds(s, 115200) * 1e3, s.failures);
 }
 
