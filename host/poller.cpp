@@ -101,9 +101,12 @@ void Poller::run()
             std::lock_guard<std::mutex> lock(mutex_);
             if (stopping_)
                 return;
+            // Frames per second over the last second or so; a first
+            // estimate after a quarter of a second.
             const double elapsed = msSince(window);
-            if (elapsed >= 1000) {
+            if (elapsed >= 250)
                 stats_.framesPerSecond = (stats_.framesSent - sentAtWindow) * 1000.0 / elapsed;
+            if (elapsed >= 1000) {
                 sentAtWindow = stats_.framesSent;
                 window = Clock::now();
             }
@@ -116,6 +119,15 @@ void Poller::run()
             continue;
         }
         if (exchange(p)) {
+            const PollStats now = stats();
+            if (onScan_)
+                onScan_(now);
+            if (scanLimit_ > 0 && now.scans >= scanLimit_) {
+                std::lock_guard<std::mutex> lock(mutex_);
+                stopping_ = true;
+                scanDone_.notify_all();
+                return;
+            }
             // The pause between scans is not part of the scan time.
             if (intervalMs_ > 0)
                 std::this_thread::sleep_for(std::chrono::milliseconds(intervalMs_));

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -21,6 +22,11 @@ public:
     ~Poller() { stop(); }
 
     bool openLink(std::string &error) { return link_.open(settings_, error); }
+    // Called on the polling thread after every complete scan, before the
+    // next request goes out, so each scan's values can be shown exactly.
+    void setScanHandler(const std::function<void(const PollStats &)> &handler) { onScan_ = handler; }
+    // Stop sending once this many scans are complete; 0 = never.
+    void setScanLimit(long long scans) { scanLimit_ = scans; }
     void start();
     void stop();
 
@@ -49,6 +55,8 @@ private:
     int blocks_;
     bool trace_;
     int intervalMs_;
+    long long scanLimit_ = 0;
+    std::function<void(const PollStats &)> onScan_;
 
     mutable std::mutex mutex_;
     std::condition_variable scanDone_;

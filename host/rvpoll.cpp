@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <mutex>
 #include <thread>
 
 #include "driver_api.h"
@@ -47,21 +48,32 @@ QList<VarInfo> toVarInfo(const QList<VarSpec> &vars, int defaultStation)
     return list;
 }
 
-void show(const PollOptions &o, const DriverApi &api, const Poller &poller, const StdinWriter &writer,
-          bool live)
+// Everything the views need, shared by the polling thread's per-scan
+// output and the main thread's live repaint.
+struct View {
+    const PollOptions *o;
+    const DriverApi *api;
+    const StdinWriter *writer;
+    bool live;
+    std::mutex mutex;
+    long long shownScan = -1;
+    std::chrono::steady_clock::time_point shownAt;
+};
+
+void show(View &v, const PollStats &s)
 {
-    const PollStats s = poller.stats();
-    const ValueTable values = readValues(api, o.vars, o.station);
+    const PollOptions &o = *v.o;
+    std::lock_guard<std::mutex> lock(v.mutex);
+    const ValueTable values = readValues(*v.api, o.vars, o.station);
     if (o.json) {
         printf("%s\n", renderJson(o.vars, values, s, o.multiStation).toLocal8Bit().constData());
     } else {
         QString text = renderTable(o.vars, values, o.hex, o.multiStation) + statusLine(s) + '\n';
-        if (live) {
-            const QString message = writer.lastMessage();
+        if (v.live) {
             text = QString("rvpoll %1 station %2 (type D100=0x1234 to write, q to quit)\n\n")
                        .arg(QString::fromStdString(o.link.port))
                        .arg(o.multiStation ? QString("various") : QString::number(o.station)) +
-                   text + message + '\n';
+                   text + v.writer->lastMessage() + '\n';
             // Home, each line cleared as it is rewritten, the rest cleared.
             text.replace("\n", "\033[K\n");
             printf("\033[H%s\033[J", text.toLocal8Bit().constData());
@@ -70,6 +82,23 @@ void show(const PollOptions &o, const DriverApi &api, const Poller &poller, cons
         }
     }
     fflush(stdout);
+    v.shownScan = s.scans;
+    v.shownAt = std::chrono::steady_clock::now();
+}
+
+// Per-scan output: JSON every scan; plain text at most once a second and
+// always for the last scan of --once/--scans.
+void onScan(View &v, long long scanLimit, const PollStats &s)
+{
+    if (v.live)
+        return;
+    bool due = v.o->json || (scanLimit > 0 && s.scans >= scanLimit);
+    if (!due && !v.o->once) {
+        std::lock_guard<std::mutex> lock(v.mutex);
+        due = v.shownScan < 0 || std::chrono::steady_clock::now() - v.shownAt >= std::chrono::seconds(1);
+    }
+    if (due)
+        show(v, s);
 }
 
 }  // namespace
@@ -122,41 +151,41 @@ int main(int argc, char **argv)
     sigaction(SIGINT, &sa, nullptr);
     sigaction(SIGTERM, &sa, nullptr);
 
-    const bool live = !o.json && !o.once && isatty(1);
-    StdinWriter writer(api, o.station, o.multiStation, !live && !o.json);
+    const long long scanLimit = o.once ? 1 : o.scans;
+    View view;
+    view.o = &o;
+    view.api = &api;
+    view.live = !o.json && !o.once && isatty(1);
+    StdinWriter writer(api, o.station, o.multiStation, !view.live && !o.json);
+    view.writer = &writer;
+    poller.setScanLimit(scanLimit);
+    poller.setScanHandler([&view, scanLimit](const PollStats &s) { onScan(view, scanLimit, s); });
     if (!o.once)
         writer.start();
-    if (live)
+    if (view.live)
         printf("\033[2J");
     poller.start();
 
-    const long long scanLimit = o.once ? 1 : o.scans;
     const auto started = std::chrono::steady_clock::now();
-    auto lastShown = started - std::chrono::hours(1);
     long long seen = 0;
     for (;;) {
-        const long long scans = poller.waitScan(seen, live ? 200 : 100);
-        const auto now = std::chrono::steady_clock::now();
-        const bool newScan = scans > seen;
-        seen = scans;
-        const bool limitReached = scanLimit > 0 && scans >= scanLimit;
-        const bool timeUp = o.durationS > 0 &&
-                            std::chrono::duration<double>(now - started).count() >= o.durationS;
-        const bool done = limitReached || timeUp || g_interrupted || writer.quitRequested();
-        // Plain output shows at most one scan a second; JSON every scan.
-        if (live || (newScan && (o.json || o.once || now - lastShown >= std::chrono::seconds(1))) ||
-            (done && !o.json && !o.once && scans > 0)) {
-            if (!o.once || limitReached)
-                show(o, api, poller, writer, live);
-            lastShown = now;
-        }
-        if (done)
+        seen = poller.waitScan(seen, view.live ? 200 : 100);
+        const bool limitReached = scanLimit > 0 && seen >= scanLimit;
+        const bool timeUp = o.durationS > 0 && std::chrono::duration<double>(
+                                                   std::chrono::steady_clock::now() - started)
+                                                       .count() >= o.durationS;
+        if (view.live)
+            show(view, poller.stats());
+        if (limitReached || timeUp || g_interrupted || writer.quitRequested())
             break;
     }
     writer.stop();
     poller.stop();
 
     const PollStats s = poller.stats();
+    // Plain output ends with the values as they were last read.
+    if (!view.live && !o.json && s.scans > 0 && s.scans != view.shownScan)
+        show(view, s);
     fprintf(stderr, "%s\n", summaryLine(s).toLocal8Bit().constData());
     if (!poller.everAnswered()) {
         fprintf(stderr, "rvpoll: the controller never answered on %s\n", o.link.port.c_str());
