@@ -8,7 +8,7 @@ const int kSpace = 65536;
 const int kCounterRegister = 0;  // D0
 const int kRampRegister = 1;     // D1
 const int kBlinkCoil = 0;        // M0
-const unsigned kBlinkTicks = 5;  // M0 changes every fifth step
+const unsigned kBlinkTicks = 3;  // M0 changes every third step
 const uint16_t kRampTop = 1000;
 
 std::string describe(const char *what, int address, unsigned value, bool word)
