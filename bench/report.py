@@ -465,6 +465,32 @@ def main():
             add("![%s](%s)" % (alt, png))
             add("")
 
+    add("## The programs")
+    add("")
+    add("| Program | What it measures |")
+    add("|---|---|")
+    add("| `bench/poll_round_bench` | `ComCommunication` + `DataCom` with a good reply: 64 registers "
+        "into the shared mirror or the per-station store (empty or already holding other "
+        "stations' keys), and 1 to 125 registers into the mirror |")
+    add("| `bench/register_data_bench` | `GetRegisterData` of one word from the mirror and from "
+        "per-station stores of 1,000 to 50,000 keys; `SetRegisterData` in queue mode replacing "
+        "the newest of 1,000 pending writes |")
+    add("| `bench/read_list_bench` | `ReCreatReadVarList` of 1,000, 20,000 and 100,000 "
+        "variables, single station and several stations |")
+    add("| `bench/crc_bench` | `CalCRC` over request and reply sizes up to 256 bytes |")
+    add("| `bench/memory_bench` | Heap grown by a 20,000-variable read list and by 50,000 "
+        "per-station keys |")
+    add("| `bench/wire_efficiency` | Frames, bytes and time per scan against the controller "
+        "simulator on a pseudo-terminal: the driver, a one-request-per-variable libmodbus "
+        "client and `rvpoll` |")
+    add("")
+    add("Each benchmark checks that it measured the intended path (the reply was accepted, "
+        "the stored value reads back, the write queue kept its length); a check that fails "
+        "marks the figure as failed and makes `scripts/bench` exit non-zero. CI runs "
+        "`scripts/bench --ci`, every program once with tiny sizes, so they keep building and "
+        "running; it checks no speed.")
+    add("")
+
     # Everything measured, for reference.
     add("## All figures")
     add("")
