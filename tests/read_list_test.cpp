@@ -113,6 +113,13 @@ TEST_F(ReadList, PerVariablePassReadsEachVariableFromItsStation)
     EXPECT_EQ(Blocks({{1, 0, 2}, {1, 2, 1}, {3, 8, 2}, {3, 24, 2}, {5, 8, 2}, {2, 56, 2},
                       {0, 0, 2}, {0, 2, 1}}),
               blocks());
+    // A word variable named as bits steps by bytes; its twin in units does not.
+    info->blockUnits = 1;
+    vars.clear();
+    vars << var(14, 8, 8, 2) << var(14, 8, 2, 2);
+    vars[0].areaName = QString::fromLatin1("M");
+    ReCreatReadVarList(&vars);
+    EXPECT_EQ(Blocks({{2, 8, 1}, {2, 16, 1}, {2, 9, 1}}), blocks(10));
 }
 
 TEST_F(ReadList, HostileListsGiveBoundedBlocksAndNeverHang)
@@ -169,6 +176,7 @@ TEST_F(ReadList, HostileListsGiveBoundedBlocksAndNeverHang)
 // whole list for repeats. The driver's passes must give the same list.
 struct Reference {
     QList<RW_VAR> out;
+    int last = 0;
 
     static void bubble(QList<RW_VAR> &l)
     {
@@ -177,26 +185,15 @@ struct Reference {
                 if (l[j].address < l[j - 1].address)
                     std::swap(l[j], l[j - 1]);
     }
-    static RW_VAR from(const RW_VAR &t, const VarInfo &item, int station, int a, int c)
+    // Pieces of `total` from `a`, `size` each (no cutting below 1), as requests.
+    static void cut(QList<RW_VAR> &to, RW_VAR v, int a, int total, int size, int step = 1)
     {
-        RW_VAR v = t;
-        v.station = station;
-        v.areaName = item.areaName;
-        v.addressText = item.addressText;
-        v.areaType = item.areaType;
-        v.address = a;
-        v.count = c;
-        return v;
-    }
-    void cut(RW_VAR &v, int p, bool rest)
-    {
-        for (; v.count >= p; v.address += p, v.count -= p) {
-            RW_VAR c = v;
-            c.count = p;
-            out.append(c);
+        const int p = size < 1 ? total : size, n = total / p + (total % p ? 1 : 0);
+        for (int k = 0; k < n; ++k) {
+            v.address = a + step * k * p;
+            v.count = k == n - 1 ? total - k * p : p;
+            to.append(v);
         }
-        if (rest && v.count > 0)
-            out.append(v);
     }
     void grouping(const QList<VarInfo> &vars, const RW_VAR &t, int st, int bu)
     {
@@ -205,61 +202,57 @@ struct Reference {
             int a, c;
             for (int i = 0; i < vars.size(); ++i)
                 if (vars[i].areaType == type && readableVariable(vars[i], a, c))
-                    l.append(from(t, vars[i], st, a, c));
+                    l.append(requestFor(t, vars[i], st, a, c));
             if (l.isEmpty())
                 continue;
             bubble(l);
             RW_VAR cur = l[0];
-            cut(cur, bu, false);
+            flush(cur, bu, false);
             for (int i = 1; i < l.size(); ++i) {
-                const RW_VAR &n = l[i];
+                const int start = cur.address, end = start + cur.count;
                 if (cur.count == 0)
-                    cur = n;
-                else if (n.address <= cur.address + cur.count || n.address <= cur.address + bu)
-                    cur.count = std::max(cur.address + cur.count, n.address + n.count) - cur.address;
+                    cur = l[i];
+                else if (l[i].address <= end || l[i].address <= start + bu)
+                    cur.count = std::max(end, l[i].address + l[i].count) - start;
                 else {
-                    cut(cur, bu, true);
-                    cur = n;
+                    flush(cur, bu, true);
+                    cur = l[i];
                 }
             }
-            cut(cur, bu, true);
+            flush(cur, bu, true);
         }
+    }
+    void flush(RW_VAR &v, int p, bool rest)
+    {
+        for (; v.count >= p; v.address += p, v.count -= p)
+            cut(out, v, v.address, p, p);
+        if (rest && v.count > 0)
+            out.append(v);
     }
     int perVariable(const QList<VarInfo> &vars, const RW_VAR &t, int bu)
     {
         for (int i = 0; i < vars.size(); ++i) {
-            const VarInfo &it = vars[i];
             int a, c;
-            if (!readableVariable(it, a, c))
+            if (!readableVariable(vars[i], a, c))
                 continue;
-            bool bitName = false;
+            bool bitName = false, bytes = vars[i].areaType <= 13;
             for (int k = 0; k < 14; ++k)
-                bitName |= it.areaName == QLatin1String(areaNames[k]);
-            int S = a, T = c;
-            bool bytes = it.areaType <= 13;
-            if (bytes) {
-                S = a & ~7;
-                T = (a % 8 + c) / 8 + ((a % 8 + c) % 8 ? 1 : 0);
-            }
-            if (bitName) {
-                S = a & ~7;
-                T = (a % 8 + c) / 8 + 1;
-                bytes = true;
-            } else if (it.areaName != QLatin1String("FS")) {
-                S = a;
-                T = c;
-            }
-            const int size = bu < 1 ? T : bu;
-            const int n = T / size + (T % size ? 1 : 0);
-            for (int k = 0; k < n; ++k) {
-                RW_VAR p = from(t, it, it.station, S + (bytes ? 8 : 1) * k * size,
-                                k == n - 1 ? T - k * size : size);
-                bool repeat = !fitRequestToArea(p);
+                bitName |= vars[i].areaName == QLatin1String(areaNames[k]);
+            int S = bytes ? a & ~7 : a, T = bytes ? (a % 8 + c + 7) / 8 : c;
+            if (bitName)
+                S = a & ~7, T = (a % 8 + c) / 8 + 1, bytes = true;
+            else if (vars[i].areaName != QLatin1String("FS"))
+                S = a, T = c;
+            QList<RW_VAR> pieces;
+            cut(pieces, requestFor(t, vars[i], vars[i].station, 0, 0), S, T, bu, bytes ? 8 : 1);
+            for (int k = 0; k < pieces.size(); ++k) {
+                bool repeat = !fitRequestToArea(pieces[k]);
                 for (int j = 0; j < out.size() && !repeat; ++j)
-                    repeat = out[j].station == p.station && out[j].areaType == p.areaType &&
-                             out[j].address == p.address && out[j].count == p.count;
+                    repeat = out[j].station == pieces[k].station &&
+                             out[j].areaType == pieces[k].areaType &&
+                             out[j].address == pieces[k].address && out[j].count == pieces[k].count;
                 if (!repeat)
-                    out.append(p);
+                    out.append(pieces[k]);
             }
         }
         return out.size();
@@ -269,52 +262,38 @@ struct Reference {
         QList<RW_VAR> lists[26];
         for (int i = 0; i < vars.size(); ++i) {
             int a, c;
-            if (!readableVariable(vars[i], a, c))
-                continue;
-            const int size = vars[i].areaType <= 13 ? 8 * bu : bu;
-            const int step = size < 1 ? c : size;
-            const int n = c / step + (c % step ? 1 : 0);
-            for (int k = 0; k < n; ++k)
-                lists[vars[i].areaType].append(
-                    from(t, vars[i], st, a + k * step, k == n - 1 ? c - k * step : step));
+            if (readableVariable(vars[i], a, c))
+                cut(lists[vars[i].areaType], requestFor(t, vars[i], st, a, c), a, c,
+                    vars[i].areaType <= 13 ? 8 * bu : bu);
         }
-        int last = 0;
         for (int type = 0; type < 26; ++type) {
-            QList<RW_VAR> &l = lists[type];
-            bubble(l);
-            const bool bits = type <= 13;
-            for (int i = 0, blk = -1; i < l.size(); ++i) {
-                const int a = l[i].address, e = a + l[i].count;
-                bool open = blk < 0;
-                if (!open) {
+            bubble(lists[type]);
+            const bool bits = type <= 13, xy = type <= 1;
+            for (int i = 0, blk = -1; i < lists[type].size(); ++i) {
+                RW_VAR p = lists[type][i];
+                const int a = p.address, e = a + p.count;
+                if (blk >= 0) {
                     RW_VAR &b = out[blk];
                     const int B = b.address, E = bits ? B + 8 * b.count : B + b.count;
-                    const int need = e - B;
-                    if (type <= 1 && e > E)
-                        open = need > 8 * bu || a / 64 != B / 64;
-                    else if (type <= 1)
-                        open = a / 64 != B / 64;
-                    else if (!(E > a && E >= e))
-                        open = need > (bits ? 8 * bu : bu);
-                    if (!open && !(E > a && E >= e) && !(type <= 1 && e <= E))
-                        b.count = bits ? (need + 7) / 8 : need;
-                }
-                if (open) {
-                    RW_VAR b = l[i];
-                    if (bits) {
-                        b.address = a & ~7;
-                        b.count = (a % 8 + l[i].count + 7) / 8;
+                    const bool inside = xy ? e <= E : (E > a && E >= e);
+                    const bool split = xy && a / 64 != B / 64;
+                    if (inside && !split)
+                        continue;
+                    if (!inside && !split && e - B <= (bits ? 8 * bu : bu)) {
+                        b.count = bits ? (e - B + 7) / 8 : e - B;
+                        continue;
                     }
-                    out.append(b);
-                    last = out.size();
-                    blk = out.size() - 1;
                 }
+                if (bits)
+                    p.count = (a % 8 + p.count + 7) / 8, p.address = a & ~7;
+                out.append(p);
+                last = out.size();
+                blk = out.size() - 1;
             }
         }
         return last;
     }
 };
-
 QString randomAddress(int type, int capacity)
 {
     switch (std::rand() % 16) {
@@ -344,9 +323,9 @@ TEST_F(ReadList, FastPassesMatchThePlainAlgorithmsOnRandomLists)
             }
             const int type = std::rand() % 28;
             const int cap = areaCapacity(type);
-            VarInfo v = var(type, randomAddress(type, cap), std::rand() % 15 ? std::rand() % 70 - 2
-                                                                            : std::rand() % (info->blockUnits >= 8 ? cap + 100 : 300),
-                            std::rand() % 4);
+            const int longest = info->blockUnits >= 8 ? cap + 100 : 300;
+            const int count = std::rand() % 15 ? std::rand() % 70 - 2 : std::rand() % longest;
+            VarInfo v = var(type, randomAddress(type, cap), count, std::rand() % 4);
             if (std::rand() % 12 == 0)
                 v.areaName = QString::fromLatin1(areaNames[std::rand() % 26]);
             vars << v;
