@@ -273,6 +273,69 @@ TEST(ToolsTest, DroppedRepliesAreRetriedAndPollingRecovers)
     EXPECT_NE(std::string::npos, r.err.find("never answered")) << r.err;
 }
 
+TEST(ToolsTest, FaultyRepliesGiveUpWithTheirBandMeaning)
+{
+    struct Case {
+        const char *fault;
+        const char *shown;
+    };
+    const Case cases[] = {{"--corrupt", "11 check failed"}, {"--truncate", "71 wrong length"}};
+    for (const Case &c : cases) {
+        Sim sim({c.fault, "1"});
+        ASSERT_FALSE(sim.path().empty()) << sim.output();
+        const Result r = run(poll(sim.path(), {"--once", "--retries", "1", "--timeout-ms", "100", "D0-D3"}));
+        EXPECT_EQ(1, r.status) << c.fault;
+        EXPECT_NE(std::string::npos, r.out.find(c.shown)) << c.fault << ": " << r.out;
+        // Every block was resent once before it was given up.
+        EXPECT_TRUE(std::regex_search(r.out, std::regex("retries ([1-9]) \\| given up \\1 "))) << r.out;
+    }
+}
+
+TEST(ToolsTest, SeveralStationsOnOneLine)
+{
+    Sim sim({"--station", "1,2"});
+    ASSERT_FALSE(sim.path().empty()) << sim.output();
+    Result r = run(poll(sim.path(), {"--multi-station", "--once", "--json", "--write", "2:D50=9", "1:D50", "2:D50"}));
+    ASSERT_EQ(0, r.status) << r.err;
+    // Both stations share the simulator's registers; each is read on its own.
+    EXPECT_EQ(9, jsonValue(r.out, "1:D50")) << r.out;
+    EXPECT_EQ(9, jsonValue(r.out, "2:D50")) << r.out;
+
+    // A silent station is given up without stopping the others; the scan
+    // that failed makes the exit status 1.
+    r = run(poll(sim.path(), {"--multi-station", "--once", "--json", "--retries", "0", "--timeout-ms", "50",
+                              "1:D50", "3:D50"}));
+    EXPECT_EQ(1, r.status);
+    EXPECT_EQ(9, jsonValue(r.out, "1:D50")) << r.out;
+    EXPECT_EQ(0, jsonValue(r.out, "3:D50")) << r.out;
+    EXPECT_EQ(1, jsonValue(r.out, "given_up")) << r.out;
+}
+
+TEST(ToolsTest, PollingSurvivesTheLineGoingAway)
+{
+    const std::string line = "/tmp/rvpoll-test-line-" + std::to_string(getpid());
+    Sim *sim = new Sim({"--link", line});
+    ASSERT_FALSE(sim->path().empty()) << sim->output();
+    Result r;
+    std::thread poller([&] {
+        r = run({RVPOLL_PATH, "--port", line, "--duration", "5", "--timeout-ms", "50", "--json", "D0"});
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+    EXPECT_EQ(0, sim->stop());
+    delete sim;
+    std::this_thread::sleep_for(std::chrono::milliseconds(700));
+    Sim second({"--link", line});  // back on the same path, a new pseudo-terminal
+    poller.join();
+    EXPECT_EQ(0, r.status) << r.err;
+    EXPECT_NE(std::string::npos, r.err.find("lost, reopening")) << r.err;
+    EXPECT_EQ(0, second.stop());
+    // The new controller was polled after the reopen.
+    std::smatch m;
+    const std::string out = second.output();
+    ASSERT_TRUE(std::regex_search(out, m, std::regex("stopped after ([0-9]+) requests"))) << out;
+    EXPECT_GT(std::stol(m[1]), 5);
+}
+
 TEST(ToolsTest, BadInputGivesAClearMessageAndStatusTwo)
 {
     struct Case {
