@@ -33,6 +33,9 @@ install(FILES
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${RV_INCLUDE_SUBDIR}
   COMPONENT dev)
 
+# The prefix is found from the .pc file's own place, so an install moved
+# elsewhere (a panel image's staging root) still points at itself.
+file(RELATIVE_PATH RV_PC_TO_PREFIX "/rv/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/rv")
 configure_file(${CMAKE_CURRENT_SOURCE_DIR}/packaging/quorvel-rv-series.pc.in
   ${CMAKE_CURRENT_BINARY_DIR}/quorvel-rv-series.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/quorvel-rv-series.pc
