@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "poll_stats.h"
+#include "serial_link.h"
 #include "varspec.h"
 
 namespace {
@@ -393,4 +394,19 @@ TEST(ToolsTest, VariableTextsAndCodeMeanings)
     EXPECT_EQ("remote no reply", codeMeaning(141));
     EXPECT_EQ("unknown code", codeMeaning(23));
     EXPECT_EQ("retry pending", codeMeaning(0));
+}
+
+TEST(ToolsTest, ReplyFramingOnTheLine)
+{
+    // 3.5 characters of 11 bits, rounded up to whole milliseconds; 1.75 ms
+    // (so 2) above 19200 baud.
+    EXPECT_EQ(5, frameGapMs(9600));
+    EXPECT_EQ(3, frameGapMs(19200));
+    EXPECT_EQ(2, frameGapMs(115200));
+    EXPECT_EQ(2, frameGapMs(0));
+    // An exception reply is complete after 5 bytes, whatever was expected;
+    // otherwise the frame's expected length counts.
+    EXPECT_EQ(5, replyTarget(QByteArray("\x01\x83\x02", 3), 13));
+    EXPECT_EQ(13, replyTarget(QByteArray("\x01\x03\x08", 3), 13));
+    EXPECT_EQ(-1, replyTarget(QByteArray(), -1));
 }
