@@ -9,6 +9,7 @@
 #include <QMap>
 
 #include "driver/locks.h"
+#include "frames/address_map.h"
 #include "support/driver_reset.h"
 #include "support/pty_peer.h"
 
@@ -254,4 +255,72 @@ TEST(PollingLoop, NoWriteLostWhileOtherThreadsWork)
         EXPECT_EQ(peer.server().reg(it.key()), it.value()) << "D" << it.key();
     for (QMap<int, int>::const_iterator it = lastQueued.constBegin(); it != lastQueued.constEnd(); ++it)
         EXPECT_EQ(peer.server().reg(it.key()), it.value()) << "D" << it.key();
+}
+
+namespace {
+
+VarInfo variable(const char *area, int areaType, const char *address, int count, int station)
+{
+    VarInfo v;
+    v.areaName = area;
+    v.areaType = (unsigned char)areaType;
+    v.addressText = address;
+    v.count = count;
+    v.station = (unsigned char)station;
+    return v;
+}
+
+}  // namespace
+
+TEST(PollingLoop, RebuiltListReadsEveryVariable)
+{
+    const QList<VarInfo> vars = QList<VarInfo>()
+        << variable("D", 14, "0", 1, 1) << variable("D", 14, "5", 4, 2)
+        << variable("D", 14, "100", 70, 1) << variable("TD", 15, "3", 1, 2)
+        << variable("FS", 25, "47", 1, 1) << variable("HSD", 24, "490", 10, 1)
+        << variable("M", 2, "3", 1, 1) << variable("M", 2, "5", 2, 2)
+        << variable("M", 2, "40", 30, 1) << variable("S", 3, "1021", 3, 1)
+        << variable("X", 0, "0", 16, 1) << variable("X", 0, "60", 8, 2)
+        << variable("Y", 1, "10000", 8, 1) << variable("SEM", 13, "30", 2, 2);
+    for (int multi = 0; multi <= 1; ++multi) {
+        PtyPeer peer;
+        ASSERT_TRUE(peer.ok());
+        ModbusServer &plc = peer.server();
+        plc.setStations(std::vector<int>{1, 2});
+        for (int a = 0; a < 65536; a += 1) {
+            plc.setRegister(a, uint16_t(a * 7 + 3));
+            plc.setCoil(a, (a * 5) % 3 == 0);
+        }
+        ComInfo *info = resetDriver();
+        info->multiStation = multi;
+        info->blockUnits = 8;
+        QList<VarInfo> list = vars;
+        ASSERT_GT(ReCreatReadVarList(&list), 0);
+        const int blocks = PLC_driver.readList.size();
+        for (int round = 0; round < blocks; ++round)
+            ASSERT_EQ(pollOnce(peer), 1) << "multiStation " << multi << " round " << round;
+
+        for (const VarInfo &v : vars) {
+            const int station = multi ? v.station : 1;
+            const int start = StringAddressToInt(v.areaType, v.addressText);
+            QByteArray out;
+            GetRegisterData(QString(), v.areaType, v.addressText, station, &out, v.count);
+            ASSERT_EQ(out.size(), v.areaType < 14 ? v.count : 2 * v.count);
+            for (int i = 0; i < v.count; ++i) {
+                if (v.areaType < 14) {
+                    const int coil = BitElementToCoil(v.areaType, start + i);
+                    EXPECT_EQ(out.at(i), char(plc.coil(coil))) << v.areaName.toStdString() << start + i;
+                } else {
+                    const int reg = WordElementToRegister(v.areaType, start + i) & 0xFFFF;
+                    const int got = (unsigned char)out.at(2 * i) | ((unsigned char)out.at(2 * i + 1) << 8);
+                    EXPECT_EQ(got, plc.reg(reg)) << v.areaName.toStdString() << start + i;
+                }
+            }
+        }
+        if (multi) {  // a station nobody polled reads as zero
+            QByteArray out;
+            GetRegisterData(QString(), 14, "100", 3, &out, 1);
+            EXPECT_EQ(out, QByteArray(2, '\0'));
+        }
+    }
 }
