@@ -49,21 +49,31 @@ void AreaGuard::allowAll()
 
 bool AreaGuard::changedRange(int areaType, int &lo, int &hi) const
 {
+    // Compared in chunks first: the guard runs after every reply, and the
+    // largest block is 16000 bytes.
     const unsigned char *now = reinterpret_cast<const unsigned char *>(&PLC_driver.localArea);
     const unsigned char *old = reinterpret_cast<const unsigned char *>(&before_);
     const int off = blockOffset(areaType), n = blockBytes(areaType);
-    lo = -1;
-    hi = -1;
-    if (std::memcmp(now + off, old + off, size_t(n)) == 0)
+    now += off;
+    old += off;
+    const int chunk = 64;
+    int i = 0;
+    while (i + chunk <= n && std::memcmp(now + i, old + i, chunk) == 0)
+        i += chunk;
+    while (i < n && now[i] == old[i])
+        ++i;
+    if (i >= n) {
+        lo = hi = -1;
         return false;
-    for (int i = 0; i < n; ++i) {
-        if (now[off + i] != old[off + i]) {
-            if (lo < 0)
-                lo = i;
-            hi = i + 1;
-        }
     }
-    return lo >= 0;
+    int j = n;
+    while (j - chunk >= i && std::memcmp(now + j - chunk, old + j - chunk, chunk) == 0)
+        j -= chunk;
+    while (j > i && now[j - 1] == old[j - 1])
+        --j;
+    lo = i;
+    hi = j;
+    return true;
 }
 
 void AreaGuard::check(const char *what) const

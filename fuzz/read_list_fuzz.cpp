@@ -41,15 +41,31 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const int entries = PLC_driver.readList.size();
     if (entries > 200000)
         fuzzFail("read list exploded", entries);
-    for (int i = 0; i < entries && i < 4000; ++i) {
+    for (int i = 0; i < entries && i < 256; ++i) {
         Protocol *p = ComCommunication();
         checkFrame(p);
         if (!p)
             break;
+        const RW_VAR req = p->var;
         QByteArray reply = goodReply(*p, QByteArray("\xa5\x5a\x0f", 3));
+        AreaGuard one;
+        one.allow(req.areaType);
         DataCom(&reply, reply.size());
-        guard.check("a cyclic read touched another area");
+        one.check("a cyclic read touched another area");
+        // A reply fills the elements its request named and nothing else
+        // (bit requests: whole bytes from a multiple of 8; word requests:
+        // registers).
+        int lo, hi;
+        if (isArea(req.areaType) && one.changedRange(req.areaType, lo, hi)) {
+            if (info->multiStation)
+                fuzzFail("per-station reply changed the shared mirror", req.areaType);
+            const long long first = isBitArea(req.areaType) ? req.address / 8 : 2LL * req.address;
+            const long long end = first + (isBitArea(req.areaType) ? 1LL : 2LL) * req.count;
+            if (lo < first || hi > end)
+                fuzzFail("a reply landed outside its request", lo);
+        }
     }
+    guard.check("the cyclic pass touched an area no variable named");
     checkStore();
     return 0;
 }
