@@ -18,7 +18,7 @@
 
 namespace {
 
-const int TimeoutMs = 25;
+const int TimeoutMs = 40;  // generous for loaded sanitizer runs
 const int WriteOwner = 3;  // ownerType of writes: error codes base + 4
 const int OnceOwner = 5;   // ownerType of one-off reads: base + 6
 
@@ -117,8 +117,10 @@ void runFaultyLine(const Run &run)
     if (run.rate >= 0.1) {
         EXPECT_GT(seen.faults, 0u) << "the line never misbehaved";
     }
-    std::printf("fault %d at %2.0f%%: %llu requests, %llu faults injected, %d given up\n",
-                int(run.fault), run.rate * 100, (unsigned long long)seen.requests,
+    static const char *const names[] = {"none", "drop", "bad CRC", "truncate", "wrong station",
+                                        "delay"};
+    std::printf("%-13s at %2.0f%%: %llu requests, %llu faults injected, %d given up\n",
+                names[run.fault], run.rate * 100, (unsigned long long)seen.requests,
                 (unsigned long long)seen.faults, errors);
     if (run.bands.isEmpty()) {
         EXPECT_EQ(errors, 0);
