@@ -91,13 +91,16 @@ controllers on a pseudo-terminal or serial device, with injectable faults.")
 # reveal the dependency: name it.
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${RV_DEB_RUNTIME} (= ${RV_DEB_VERSION})")
 
-# dpkg-shlibdeps only knows the host's libraries; for a cross build the
-# dependencies are named by hand (what the amd64 build derives).
-if(RV_DEB_ARCH STREQUAL "armhf" AND CMAKE_CROSSCOMPILING)
+# dpkg-shlibdeps only knows the host's libraries, and needs dpkg-dev and
+# file; for a cross build, or without them, the dependencies are named by
+# hand (what the amd64 build derives).
+find_program(RV_SHLIBDEPS dpkg-shlibdeps)
+find_program(RV_FILE file)
+if(CMAKE_CROSSCOMPILING OR NOT RV_SHLIBDEPS OR NOT RV_FILE)
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS
     "libc6 (>= 2.34), libgcc-s1 (>= 3.5), libqt5core5a (>= 5.15.1), libstdc++6 (>= 11)")
   set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS
-    "${CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS}, libc6 (>= 2.34), libgcc-s1 (>= 3.5), libstdc++6 (>= 11), libmodbus5 (>= 3.1.6), libqt5core5a (>= 5.15.1), libserialport0")
+    "${CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS}, ${CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS}, libmodbus5 (>= 3.1.6), libserialport0")
 else()
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 endif()
