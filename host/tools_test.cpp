@@ -344,6 +344,31 @@ TEST(ToolsTest, PollingSurvivesTheLineGoingAway)
     EXPECT_GT(std::stol(m[1]), 5);
 }
 
+TEST(ToolsTest, VariablesFromAFileAndBroadcastWrites)
+{
+    Sim sim;
+    ASSERT_FALSE(sim.path().empty()) << sim.output();
+    const std::string file = "/tmp/rvpoll-test-vars-" + std::to_string(getpid());
+    FILE *f = fopen(file.c_str(), "w");
+    ASSERT_NE(nullptr, f);
+    fputs("# polled on the test line\nD60-D61   # two words\nY0-Y7 HSD3\n", f);
+    fclose(f);
+
+    // Station 0 is a broadcast: the write is applied, nothing answers and
+    // nothing is waited for; the reads to station 0 get no data either.
+    Result r = run(poll(sim.path(), {"--station", "0", "--once", "--write", "D60=5", "--vars", file.c_str()}));
+    EXPECT_EQ(0, r.status) << r.err;
+    EXPECT_TRUE(sim.waitFor("register 60 = 0x0005"));
+
+    r = run(poll(sim.path(), {"--once", "--json", "--vars", file.c_str()}));
+    unlink(file.c_str());
+    ASSERT_EQ(0, r.status) << r.err;
+    EXPECT_EQ(5, jsonValue(r.out, "D60")) << r.out;
+    EXPECT_EQ(0, jsonValue(r.out, "Y7")) << r.out;
+    EXPECT_EQ(0, jsonValue(r.out, "HSD3")) << r.out;
+    EXPECT_EQ(std::string::npos, r.out.find("D62")) << r.out;
+}
+
 TEST(ToolsTest, BadInputGivesAClearMessageAndStatusTwo)
 {
     struct Case {
