@@ -57,6 +57,7 @@ struct View {
     bool live;
     std::mutex mutex;
     long long shownScan = -1;
+    long long promptedLines = -1;
     std::chrono::steady_clock::time_point shownAt;
 };
 
@@ -74,9 +75,18 @@ void show(View &v, const PollStats &s)
                        .arg(QString::fromStdString(o.link.port))
                        .arg(o.multiStation ? QString("various") : QString::number(o.station)) +
                    text + v.writer->lastMessage() + '\n';
-            // Home, each line cleared as it is rewritten, the rest cleared.
+            // The table is repainted from the top, each line cleared as it is
+            // rewritten, while the cursor stays on the prompt line below it,
+            // where the operator types; a new prompt after each entered line.
+            const int rows = text.count('\n');
             text.replace("\n", "\033[K\n");
-            printf("\033[H%s\033[J", text.toLocal8Bit().constData());
+            const long long lines = v.writer->linesHandled();
+            if (lines != v.promptedLines) {
+                printf("\033[H%s\033[J\033[%d;1Hwrite> ", text.toLocal8Bit().constData(), rows + 1);
+                v.promptedLines = lines;
+            } else {
+                printf("\0337\033[H%s\0338", text.toLocal8Bit().constData());
+            }
         } else {
             printf("scan %lld\n%s\n", s.scans, text.toLocal8Bit().constData());
         }

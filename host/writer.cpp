@@ -93,6 +93,7 @@ void StdinWriter::run()
         int nl;
         while ((nl = pending.indexOf('\n')) >= 0) {
             handleLine(QString::fromLocal8Bit(pending.left(nl)));
+            ++lines_;
             pending.remove(0, nl + 1);
         }
     }

@@ -27,6 +27,8 @@ public:
     bool quitRequested() const { return quit_; }
     // The last message, for the status area of the live view.
     QString lastMessage() const;
+    // Lines read so far, so the live view knows when to show a new prompt.
+    long long linesHandled() const { return lines_; }
 
 private:
     StdinWriter(const StdinWriter &);
@@ -41,6 +43,7 @@ private:
     bool echo_;
     std::atomic<bool> stop_{false};
     std::atomic<bool> quit_{false};
+    std::atomic<long long> lines_{0};
     mutable std::mutex mutex_;
     QString message_;
     std::thread thread_;
