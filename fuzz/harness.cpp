@@ -89,21 +89,26 @@ QByteArray goodReply(const Protocol &p, const QByteArray &fill)
     int n = p.replyLength == -1 ? 8 : p.replyLength;
     if (n < 4)
         return QByteArray();
+    // Raw pointers: replies to long register reads run to 128 KiB.
     QByteArray r(n, '\0');
-    for (int i = 0; i < 2 && i < p.frame.size(); ++i)
-        r[i] = p.frame[i];
-    const unsigned char fn = p.frame.size() > 1 ? (unsigned char)p.frame[1] : 0;
+    unsigned char *out = reinterpret_cast<unsigned char *>(r.data());
+    const unsigned char *frame = reinterpret_cast<const unsigned char *>(p.frame.constData());
+    const int frameSize = p.frame.size();
+    for (int i = 0; i < 2 && i < frameSize; ++i)
+        out[i] = frame[i];
+    const unsigned char fn = frameSize > 1 ? frame[1] : 0;
     if ((fn == 0x01 || fn == 0x03) && n >= 5) {
-        r[2] = char(n - 5);
+        out[2] = (unsigned char)(n - 5);
+        const unsigned char *f = reinterpret_cast<const unsigned char *>(fill.constData());
         for (int i = 3; i < n - 2; ++i)
-            r[i] = fill.isEmpty() ? char(i * 37) : fill[(i - 3) % fill.size()];
+            out[i] = fill.isEmpty() ? (unsigned char)(i * 37) : f[(i - 3) % fill.size()];
     } else {
-        for (int i = 2; i < n - 2; ++i)
-            r[i] = i < p.frame.size() ? p.frame[i] : '\0';
+        for (int i = 2; i < n - 2 && i < frameSize; ++i)
+            out[i] = frame[i];
     }
-    const int crc = CalCRC(reinterpret_cast<unsigned char *>(r.data()), (unsigned short)(n - 2));
-    r[n - 2] = char(crc & 0xFF);
-    r[n - 1] = char((crc >> 8) & 0xFF);
+    const int crc = CalCRC(out, (unsigned short)(n - 2));
+    out[n - 2] = (unsigned char)(crc & 0xFF);
+    out[n - 1] = (unsigned char)((crc >> 8) & 0xFF);
     return r;
 }
 

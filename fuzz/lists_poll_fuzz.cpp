@@ -26,8 +26,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         v.addressText = in.addressText(v.areaType);
         v.address = (in.u8() & 1) ? int(in.u16() % 9000) : in.i32();
         v.count = in.count();
-        if (v.count > 100000 || v.count < -100000)
-            v.count %= 100000;  // one-off reads are cut into pieces of blockUnits
+        // Frames and replies grow with the count (a raw request is framed
+        // as it stands) and every one is checksummed bit by bit; the drain
+        // below stays bounded in time only with counts a frame can carry.
+        if (v.count > 4096 || v.count < -4096)
+            v.count %= 4096;
         v.station = in.u8() % 4;
         v.ownerType = in.u8() % 14;
         v.ownerId = in.u8();
