@@ -144,6 +144,8 @@ int main(int argc, char **argv)
     api.FlashLocalRegister(g_localBits, g_localWords, g_localRwi);
     QList<VarInfo> varInfo = toVarInfo(o.vars, o.station);
     const int blocks = api.ReCreatReadVarList(&varInfo);
+    if (blocks <= 0)
+        return fail("the driver made no read requests from these variables (past the end of their areas?)");
 
     Poller poller(api, o.link, blocks, o.verbose, o.once ? 0 : o.intervalMs);
     std::string linkError;
