@@ -124,8 +124,9 @@ int CheckGetData(QByteArray *reply, int length)
         return ReplyBad;
     if (length == 0 && head->var.station == 0)
         return ReplyNoData;  // broadcast: nothing to check
-    // The CRC needs two bytes, and every byte it covers must have arrived.
-    if (!reply || length < 2 || length > reply->size())
+    // The CRC needs two bytes, every byte it covers must have arrived, and
+    // it can only cover what a 16-bit count reaches.
+    if (!reply || length < 2 || length > reply->size() || length - 2 > 0xFFFF)
         return ReplyBad;
     const unsigned char *bytes = reinterpret_cast<const unsigned char *>(reply->constData());
     const int crc = CalCRC(const_cast<unsigned char *>(bytes), static_cast<unsigned short>(length - 2));

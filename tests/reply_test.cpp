@@ -84,6 +84,19 @@ TEST(Reply, GoodReadsAreStoredTheListTurnsAndTheScanCompletes)
     EXPECT_EQ(answer(reply), 1);
     EXPECT_EQ(PLC_driver.localArea.localD[asked], 0x1234);
     EXPECT_EQ(PLC_driver.result.address, 500);
+
+    // A reply too long for a 16-bit checksum count is never taken as good,
+    // even when its last two bytes happen to match the part that was covered.
+    resetDriver()->retryLimit = 0;
+    RW_VAR huge = readOf(0);
+    huge.count = 0xFFFF;
+    AddListReadVar(&huge);
+    p = ComCommunication();
+    QByteArray big = goodReplyFor(*p);
+    const int covered = (big.size() - 2) & 0xFFFF;  // what a cut count would cover
+    const QByteArray fooled = withCrc(big.left(covered)).right(2);
+    big.replace(big.size() - 2, 2, fooled);
+    EXPECT_EQ(answer(big), 11);
 }
 
 TEST(Reply, RetriesCountAcrossFramesUntilTheLimit)
