@@ -38,15 +38,19 @@ _rv_root()
     fi
 }
 
-# apt-get update at most once per hour across all scripts of one run: the
-# package lists' own time stamp says when it last happened.
+# apt-get update at most once per hour across all scripts of one run. Every
+# update touches lists/partial, while the lists themselves keep the server's
+# dates; a machine without any lists always updates.
 _rv_apt_update()
 {
-    if [ -n "$(find /var/lib/apt/lists -maxdepth 1 -name '*_Packages*' -mmin -60 2>/dev/null | head -n 1)" ]; then
+    if [ "${1:-}" != --force ] &&
+        [ -n "$(find /var/lib/apt/lists/partial -maxdepth 0 -mmin -60 2>/dev/null)" ] &&
+        [ -n "$(find /var/lib/apt/lists -maxdepth 1 -name '*_Packages*' 2>/dev/null | head -n 1)" ]; then
         return 0
     fi
     rv_log "apt-get update"
-    _rv_root apt-get update -q || rv_die "apt-get update failed"
+    # A mirror caught mid-sync fails one index; the others still serve.
+    _rv_root apt-get update -q || rv_log "apt-get update reported errors; going on with the lists it got"
 }
 
 rv_require_packages()
@@ -58,9 +62,17 @@ rv_require_packages()
     [ ${#missing[@]} -eq 0 ] && return 0
     _rv_apt_update
     rv_log "installing ${missing[*]}"
-    _rv_root env DEBIAN_FRONTEND=noninteractive \
-        apt-get install -y -q --no-install-recommends "${missing[@]}" ||
+    # Lists an hour old can name files the mirror no longer has: refresh them
+    # once and try again before giving up.
+    _rv_apt_install "${missing[@]}" ||
+        { _rv_apt_update --force && _rv_apt_install "${missing[@]}"; } ||
         rv_die "could not install ${missing[*]}"
+}
+
+_rv_apt_install()
+{
+    _rv_root env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -y -q --no-install-recommends "$@"
 }
 
 rv_require_base()
