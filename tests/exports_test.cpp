@@ -114,20 +114,26 @@ TEST(ExportedSymbols, ExactlyTheRuntimeInterface)
     for (const std::string &name : want)
         EXPECT_TRUE(got.count(name)) << "not exported: " << name;
     for (const auto &sym : got)
-        EXPECT_TRUE(want.count(sym.first)) << "exported but not part of the interface: "
-                                           << sym.first << " (" << sym.second << ")";
+        EXPECT_TRUE(want.count(sym.first))
+            << "exported but not part of the interface: " << sym.first << " (" << sym.second << ")";
 
     // Functions live in text, the globals in data or bss; an entry point
     // exported as data (or the reverse) would be found but unusable.
-    for (const char *name : kEntryPoints)
-        if (got.count(name))
+    for (const char *name : kEntryPoints) {
+        if (got.count(name)) {
             EXPECT_EQ(got.at(name), "T") << name;
-    for (const char *name : kData)
-        if (got.count(name))
+        }
+    }
+    for (const char *name : kData) {
+        if (got.count(name)) {
             EXPECT_NE(std::string("BD").find(got.at(name)[0]), std::string::npos) << name;
-    for (const char *name : kInternal)
-        if (got.count(name))
+        }
+    }
+    for (const char *name : kInternal) {
+        if (got.count(name)) {
             EXPECT_EQ(got.at(name).find_first_not_of('T'), std::string::npos) << name;
+        }
+    }
 }
 
 TEST(ExportedSymbols, LoadsBySonameAndNameLikeTheRuntime)
@@ -147,8 +153,9 @@ TEST(ExportedSymbols, LoadsBySonameAndNameLikeTheRuntime)
     typedef int (*AddressChange)(int, QString);
     Query query = reinterpret_cast<Query>(dlsym(lib, "QueryFinishFlag"));
     AddressChange change = reinterpret_cast<AddressChange>(dlsym(lib, "PLCAddressChangeIntef"));
-    if (query)
+    if (query) {
         EXPECT_EQ(query(), 1);
+    }
     if (change) {
         EXPECT_EQ(change(0, QString("17")), 15);  // X is octal
         EXPECT_EQ(change(14, QString("17")), 17);
