@@ -18,22 +18,17 @@ int octal(const char *text) { return static_cast<int>(strtol(text, nullptr, 8));
 
 TEST(AddressMap, XYSegmentsFollowTheCoilBlockRule)
 {
+    // Segment 0 at the X/Y base; 1..10 from element 4096 and 11..13 from 8192,
+    // one coil block of 100 per segment of 64 elements.
     for (int seg = 0; seg < 14; ++seg) {
-        int start, xCoil, yCoil;
-        if (seg == 0) {
-            start = 0, xCoil = 20480, yCoil = 24576;
-        } else if (seg <= 10) {
-            start = 4096 + 64 * (seg - 1), xCoil = 20736 + 100 * (seg - 1),
-            yCoil = 24832 + 100 * (seg - 1);
-        } else {
-            start = 8192 + 64 * (seg - 11), xCoil = 22736 + 100 * (seg - 11),
-            yCoil = 26832 + 100 * (seg - 11);
-        }
+        const int run = seg <= 10 ? seg - 1 : seg - 11;
+        const int start = seg == 0 ? 0 : (seg <= 10 ? 4096 : 8192) + 64 * run;
+        const int offset = seg == 0 ? 0 : (seg <= 10 ? 256 : 2256) + 100 * run;
         SCOPED_TRACE(seg);
-        EXPECT_EQ(BitElementToCoil(X, start), xCoil);
-        EXPECT_EQ(BitElementToCoil(X, start + 63), xCoil + 63);
-        EXPECT_EQ(BitElementToCoil(Y, start), yCoil);
-        EXPECT_EQ(BitElementToCoil(Y, start + 63), yCoil + 63);
+        for (int end : {0, 63}) {
+            EXPECT_EQ(BitElementToCoil(X, start + end), 20480 + offset + end);
+            EXPECT_EQ(BitElementToCoil(Y, start + end), 24576 + offset + end);
+        }
     }
 }
 

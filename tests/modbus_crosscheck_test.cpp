@@ -65,16 +65,11 @@ TEST_F(Crosscheck, ReadsReturnWhatTheControllerHolds)
     ModbusServer &srv = peer.server();
     for (int i = 0; i < 10; ++i)
         srv.setRegister(100 + i, 0x1100 + i);
-    srv.setRegister(0x8000 + 3, 0xBEEF);
 
     QByteArray r = exchange(ReadRegister, request(D, 100, 10));
     ASSERT_EQ(r.size(), 25);
     EXPECT_EQ(word(r, 0), 0x1100);
     EXPECT_EQ(word(r, 9), 0x1109);
-
-    r = exchange(ReadRegister, request(TD, 3, 1, 2));
-    ASSERT_EQ(r.size(), 7);
-    EXPECT_EQ(word(r, 0), 0xBEEF);
 
     // The most registers Modbus lets one read carry, at the top of the space.
     srv.setRegister(0xF4C0 + 124, 0x0124);
@@ -102,8 +97,6 @@ TEST_F(Crosscheck, WritesLandWhereTheFrameMeant)
     ModbusServer &srv = peer.server();
     exchange(WriteRegister, request(Y, 0, 1, 1, QByteArray(1, '\1')));
     EXPECT_TRUE(srv.coil(0x6000));
-    exchange(WriteRegister, request(X, 4160, 1, 1, QByteArray(1, '\1')));
-    EXPECT_TRUE(srv.coil(0x5164));
 
     exchange(WriteRegister, request(D, 50, 1, 1, QByteArray::fromHex("3412")));
     EXPECT_EQ(srv.reg(50), 0x1234);
