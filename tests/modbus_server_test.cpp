@@ -1,5 +1,6 @@
 // The controller stand-in must itself be right before other tests lean on
-// it: which stations it answers, and that each fault it injects happens.
+// it: each fault it injects really happens. (That it answers valid frames
+// and applies broadcasts is the cross-check's business.)
 #include <chrono>
 #include <thread>
 
@@ -26,30 +27,6 @@ QByteArray readRegs(int station, int address, int count)
 }
 
 }  // namespace
-
-TEST(ModbusServer, AnswersItsStationsOnlyAndAppliesBroadcasts)
-{
-    PtyPeer peer;
-    ASSERT_TRUE(peer.ok());
-    ModbusServer &srv = peer.server();
-    srv.setStations({1, 7});
-    srv.setRegister(100, 0x1234);
-    srv.setRegister(101, 0xABCD);
-    EXPECT_EQ(peer.transact(readRegs(7, 100, 2), 9),
-              withCrc(QByteArray::fromHex("0703041234ABCD")));
-
-    // Another station and a corrupt frame both get silence.
-    EXPECT_TRUE(peer.transact(readRegs(2, 100, 2), 9, 150).isEmpty());
-    QByteArray bad = readRegs(1, 100, 2);
-    bad[7] = char(bad[7] ^ 1);
-    EXPECT_TRUE(peer.transact(bad, 9, 150).isEmpty());
-
-    EXPECT_TRUE(peer.transact(withCrc(QByteArray::fromHex("00060005BEEF")), 0).isEmpty());
-    ASSERT_TRUE(srv.waitForRequests(4, 1000));
-    EXPECT_EQ(srv.reg(5), 0xBEEF);
-    EXPECT_EQ(srv.counters().accepted, 2u);  // station 2 and the corrupt frame are not
-    EXPECT_EQ(srv.counters().replies, 1u);
-}
 
 TEST(ModbusServer, InjectsEachFaultOnRequest)
 {
