@@ -30,6 +30,7 @@
 #include "driver/driver_object.h"
 #include "frames/address_map.h"
 #include "sim/server/modbus_server.h"
+#include "support/driver_reset.h"
 
 namespace {
 
@@ -127,13 +128,7 @@ bool writeAll(int fd, const char *data, int length)
 // The driver's polling loop, as the runtime drives it, for whole scans.
 ScanStats scanWithDriver(int fd, const std::vector<Var> &vars, int scans)
 {
-    static ComInfo info;
-    info = ComInfo();
-    info.blockUnits = 64;
-    info.defaultStation = 1;
-    info.retryLimit = 2;
-    info.writeMode = 2;
-    SetComInfo(&info);
+    resetDriver();  // station 1, 64-unit blocks, as rvpoll sets it up
     QList<VarInfo> list;
     for (const Var &v : vars) {
         VarInfo vi;

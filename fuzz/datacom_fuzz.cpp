@@ -54,13 +54,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     for (int i = 0; i < requests; ++i) {
         RW_VAR v = request(in, info);
         guard.allow(v.areaType);
-        switch (in.u8() % 5) {
-        case 0: AddListWriteVar(&v, 0); break;
-        case 1: AddListWriteVar(&v, 1); break;
-        case 2: AddListOnceReadVar(&v, 0); break;
-        case 3: AddListOnceReadVar(&v, 1); break;
-        default: AddListReadVar(&v); break;
-        }
+        queueRequest(v, in.u8());
     }
     // Queuing a write may already apply it locally.
     guard.check("queuing touched another area");

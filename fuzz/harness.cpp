@@ -112,6 +112,17 @@ QByteArray goodReply(const Protocol &p, const QByteArray &fill)
     return r;
 }
 
+void queueRequest(RW_VAR &v, unsigned how)
+{
+    switch (how % 5) {
+    case 0: AddListWriteVar(&v, 0); break;
+    case 1: AddListWriteVar(&v, 1); break;
+    case 2: AddListOnceReadVar(&v, 0); break;
+    case 3: AddListOnceReadVar(&v, 1); break;
+    default: AddListReadVar(&v); break;
+    }
+}
+
 void checkFrame(const Protocol *p)
 {
     if (!p)

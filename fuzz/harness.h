@@ -41,6 +41,10 @@ int blockBytes(int areaType);
 // for a frame that expects no reply.
 QByteArray goodReply(const Protocol &p, const QByteArray &fill);
 
+// Hands `v` to one of the queuing entry points, chosen by `how`: a write,
+// a one-off read or a cyclic read, de-duplicating or appending as given.
+void queueRequest(RW_VAR &v, unsigned how);
+
 // Checks a frame handed out by ComCommunication before it goes on the wire.
 void checkFrame(const Protocol *p);
 

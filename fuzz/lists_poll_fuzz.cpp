@@ -39,13 +39,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         v.linkNo = info->localLinkNo;
         v.value = in.bytes(32);
         guard.allow(v.areaType);
-        switch (in.u8() % 5) {
-        case 0: AddListWriteVar(&v, 0); break;
-        case 1: AddListWriteVar(&v, 1); break;
-        case 2: AddListOnceReadVar(&v, 0); break;
-        case 3: AddListOnceReadVar(&v, 1); break;
-        default: AddListReadVar(&v); break;
-        }
+        queueRequest(v, in.u8());
     }
     if (PLC_driver.onceReadList.size() > 4096)
         return 0;  // more pieces than a bounded run can drain
