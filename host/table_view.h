@@ -10,7 +10,7 @@
 #include "poll_stats.h"
 #include "varspec.h"
 
-typedef QList<QList<int> > ValueTable;  // one list of element values per spec
+typedef QList<QList<int> > ValueTable;  // one list of element values per variable range
 
 // Current values from the driver's local area (GetRegisterData): 0/1 for
 // bits, 0..65535 for words.
