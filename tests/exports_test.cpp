@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <gtest/gtest.h>
+
+#include "support/run_command.h"
 #include <map>
 #include <set>
 #include <sstream>
@@ -68,15 +70,7 @@ const char *const kInternal[] = {
 
 std::string run(const std::string &command)
 {
-    std::string out;
-    if (FILE *p = popen(command.c_str(), "r")) {
-        char buf[512];
-        size_t n;
-        while ((n = fread(buf, 1, sizeof buf, p)) > 0)
-            out.append(buf, n);
-        pclose(p);
-    }
-    return out;
+    return runCommand(command);
 }
 
 }  // namespace

@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/run_command.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -16,14 +18,7 @@ namespace {
 
 std::string run(const std::string &cmd)
 {
-    std::string out;
-    if (FILE *p = popen(cmd.c_str(), "r")) {
-        char buf[512];
-        size_t n;
-        while ((n = fread(buf, 1, sizeof buf, p)) > 0)
-            out.append(buf, n);
-        pclose(p);
-    }
+    std::string out = runCommand(cmd);
     while (!out.empty() && out.back() == '\n')
         out.pop_back();
     return out;
