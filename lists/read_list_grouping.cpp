@@ -3,6 +3,7 @@
 // registers.
 #include <algorithm>
 #include <climits>
+#include <cstddef>
 #include <vector>
 
 #include "../driver/driver_object.h"
@@ -115,19 +116,20 @@ void BitVarReCreat(QList<RW_VAR> *list, int limit)
     mergeSortedRuns(runs, limit);
 }
 
-void groupingPass(const QList<VarInfo> &vars, const RW_VAR &tmpl, int defaultStation,
-                  int blockUnits)
+void groupingPass(const std::vector<Polled> &polled, const QList<VarInfo> &vars, const RW_VAR &tmpl,
+                  int defaultStation, int blockUnits)
 {
     // Bit variables are left to the final pass, which emits them in the
     // byte units the read frames take; without a limit nothing is merged.
     if (defaultStation == 0 || blockUnits < 1)
         return;
     std::vector<Span> groups[AreaTypeCount];
-    for (int i = 0; i < vars.size(); ++i) {
-        const VarInfo &item = vars.at(i);
-        Span s = {0, 0, i};
-        if (isWordArea(item.areaType) && readableVariable(item, s.address, s.count))
-            groups[item.areaType].push_back(s);
+    for (std::size_t i = 0; i < polled.size(); ++i) {
+        const Polled &p = polled[i];
+        if (p.count > 0 && isWordArea(p.areaType)) {
+            const Span s = {p.address, p.count, int(i)};
+            groups[p.areaType].push_back(s);
+        }
     }
     for (int type = FirstWordArea; type < AreaTypeCount; ++type) {
         sortByAddress(groups[type]);

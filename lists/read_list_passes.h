@@ -46,6 +46,21 @@ void cutPieces(long long total, long long size, Piece piece)
 // at or past the area's end.
 bool readableVariable(const VarInfo &item, int &address, int &count);
 
+// One polled variable as the passes use it, worked out once per rebuild so
+// that each address text is parsed once and the runtime's records are read
+// again only for the requests a pass emits.
+struct Polled {
+    int address;  // cut to the area, as readableVariable gives it
+    int count;    // 0: nothing to read
+    unsigned char areaType;
+    unsigned char station;
+    bool bitName;  // named as a bit area ("X", "M", ...)
+    bool fsName;   // named "FS"
+};
+
+// The variables in list order. The names are looked at only when asked for.
+std::vector<Polled> pollVariables(const QList<VarInfo> &vars, bool withNames);
+
 // Cuts a request in frame units (bit areas: bit address and bytes; word
 // areas: registers) so that it ends inside its area. False when nothing of
 // it is left.
@@ -55,20 +70,24 @@ bool fitRequestToArea(RW_VAR &request);
 // rebuild's link fields, empty value.
 RW_VAR blockTemplate(const ComInfo &info);
 
+// Sets a request's station, texts, area and extent from one variable.
+void describeRequest(RW_VAR &v, const VarInfo &item, int station, int address, int count);
+
 // The template made into a request for one variable's texts and area.
 RW_VAR requestFor(const RW_VAR &tmpl, const VarInfo &item, int station, int address, int count);
 
 // Word variables under the default station, merged and cut to blockUnits.
-void groupingPass(const QList<VarInfo> &vars, const RW_VAR &tmpl, int defaultStation,
-                  int blockUnits);
+void groupingPass(const std::vector<Polled> &polled, const QList<VarInfo> &vars, const RW_VAR &tmpl,
+                  int defaultStation, int blockUnits);
 
 // Every variable from its own station, cut but not merged, no repeats.
 // Returns the number of entries in readList.
-int perVariablePass(const QList<VarInfo> &vars, const RW_VAR &tmpl, int blockUnits);
+int perVariablePass(const std::vector<Polled> &polled, const QList<VarInfo> &vars,
+                    const RW_VAR &tmpl, int blockUnits);
 
 // Every variable from the default station, cut, sorted and merged per area.
 // Returns what the last append reported, or 0.
-int singleStationPass(const QList<VarInfo> &vars, const RW_VAR &tmpl, int defaultStation,
-                      int blockUnits);
+int singleStationPass(const std::vector<Polled> &polled, const QList<VarInfo> &vars,
+                      const RW_VAR &tmpl, int defaultStation, int blockUnits);
 
 #endif

@@ -4,36 +4,22 @@
 #include <cstddef>
 #include <vector>
 
-
 #include "../driver/driver_object.h"
 #include "../driver/locks.h"
 #include "../localarea/local_area.h"
 #include "lists.h"
+#include "prefetch.h"
 #include "read_key_set.h"
 #include "read_list_passes.h"
 
 namespace {
 
-bool addIdentity(ReadKeySet &set, const RW_VAR &v)
+// The shared text blocks a request copied from the variable will count a
+// reference in.
+void prefetchTexts(const VarInfo &item)
 {
-    return set.insert(v.station, v.areaType, v.address, v.count);
-}
-
-bool isBitName(const QString &name)
-{
-    // Made once: comparing whole QStrings checks their lengths first.
-    static const QString names[] = {
-        QString::fromLatin1("X"),  QString::fromLatin1("Y"),  QString::fromLatin1("M"),
-        QString::fromLatin1("S"),  QString::fromLatin1("T"),  QString::fromLatin1("C"),
-        QString::fromLatin1("ET"), QString::fromLatin1("SM"), QString::fromLatin1("HM"),
-        QString::fromLatin1("HS"), QString::fromLatin1("HT"), QString::fromLatin1("HC"),
-        QString::fromLatin1("HSC"), QString::fromLatin1("SEM")};
-    if (name.size() > 3)
-        return false;
-    for (unsigned i = 0; i < sizeof names / sizeof names[0]; ++i)
-        if (name == names[i])
-            return true;
-    return false;
+    prefetch(const_cast<QString &>(item.areaName).data_ptr());
+    prefetch(const_cast<QString &>(item.addressText).data_ptr());
 }
 
 // Merges one area's sorted pieces into blocks appended to readList; a block
@@ -76,14 +62,76 @@ int mergeArea(const std::vector<Span> &pieces, const QList<VarInfo> &vars, const
                 continue;
         }
         // A bit block reads whole bytes from the byte holding the first bit.
-        RW_VAR blockRequest = requestFor(tmpl, vars.at(p.item), station,
-                                         bits ? p.address & ~7 : p.address,
-                                         bits ? int(((p.address & 7) + (long long)p.count + 7) / 8)
-                                              : p.count);
+        RW_VAR blockRequest =
+            requestFor(tmpl, vars.at(p.item), station, bits ? p.address & ~7 : p.address,
+                       bits ? int(((p.address & 7) + (long long)p.count + 7) / 8) : p.count);
         last = AddListReadVar(&blockRequest);
         block = readList.size() - 1;
     }
     return last;
+}
+
+// One piece the per-variable pass would append, with its packed identity.
+struct Piece {
+    unsigned long long key;
+    int item, address, count;
+};
+
+// Every piece the variables ask for, in list order, before the check for
+// repeats: that check then knows its keys ahead and can fetch their slots
+// early.
+std::vector<Piece> variablePieces(const std::vector<Polled> &polled, int blockUnits)
+{
+    std::vector<Piece> pieces;
+    pieces.reserve(polled.size());
+    ReadKeySet variablesDone(0);
+    for (std::size_t i = 0; i < polled.size(); ++i) {
+        const Polled &item = polled[i];
+        if (item.count < 1)
+            continue;
+        const int a = item.address, count = item.count;
+        long long start = a;
+        long long total = count;
+        bool byBytes = false;
+        if (isBitArea(item.areaType)) {
+            start = a & ~7;
+            total = ((a & 7) + (long long)count + 7) / 8;
+            byBytes = true;
+        }
+        if (item.bitName) {
+            // Bit variables named as such read one byte more than they need.
+            start = a & ~7;
+            total = ((a & 7) + (long long)count) / 8 + 1;
+            byBytes = true;
+        } else if (!item.fsName) {
+            start = a;
+            total = count;
+        }
+        // A variable cut into several pieces exactly like an earlier one only
+        // gives repeats: skip it whole. Byte stepping is told apart by an
+        // area type moved past the real ones.
+        if (blockUnits >= 1 && total > blockUnits &&
+            !variablesDone.insert(item.station, item.areaType + (byBytes ? 32 : 0), int(start),
+                                  int(total)))
+            continue;
+
+        RW_VAR request;
+        request.areaType = item.areaType;
+        const int step = byBytes ? 8 : 1;
+        cutPieces(total, blockUnits, [&](long long offset, long long size) {
+            request.address = int(start + step * offset);
+            request.count = int(size);
+            if (!fitRequestToArea(request))
+                return false;  // later pieces lie further past the end
+            const Piece p = {
+                ReadKeySet::key(item.station, item.areaType, request.address, request.count),
+                int(i), request.address, request.count};
+            pieces.push_back(p);
+            return true;
+        });
+    }
+
+    return pieces;
 }
 
 }  // namespace
@@ -103,76 +151,54 @@ void WhetherGroup(int total, int pieceSize, RW_VAR *var, QList<RW_VAR> *list)
     });
 }
 
-int perVariablePass(const QList<VarInfo> &vars, const RW_VAR &tmpl, int blockUnits)
+int perVariablePass(const std::vector<Polled> &polled, const QList<VarInfo> &vars,
+                    const RW_VAR &tmpl, int blockUnits)
 {
+    const std::vector<Piece> pieces = variablePieces(polled, blockUnits);
     QList<RW_VAR> &readList = PLC_driver.readList;
     // What readList holds already, so a repeat is found without a scan.
-    ReadKeySet present(std::size_t(readList.size()) + vars.size());
-    for (int i = 0; i < readList.size(); ++i)
-        addIdentity(present, readList.at(i));
-    ReadKeySet variablesDone(0);
-    for (int i = 0; i < vars.size(); ++i) {
-        const VarInfo &item = vars.at(i);
-        int a, count;
-        if (!readableVariable(item, a, count))
-            continue;
-        long long start = a;
-        long long total = count;
-        bool byBytes = false;
-        if (isBitArea(item.areaType)) {
-            start = a & ~7;
-            total = ((a & 7) + (long long)count + 7) / 8;
-            byBytes = true;
+    ReadKeySet present(std::size_t(readList.size()) + pieces.size());
+    for (int i = 0; i < readList.size(); ++i) {
+        const RW_VAR &v = readList.at(i);
+        present.insert(v.station, v.areaType, v.address, v.count);
+    }
+    // Slots, variables and their texts are fetched a few pieces ahead: with
+    // tens of thousands of variables they are rarely in the cache.
+    const std::size_t ahead = 16;
+    for (std::size_t k = 0; k < pieces.size(); ++k) {
+        if (k + ahead < pieces.size()) {
+            present.prefetch(pieces[k + ahead].key);
+            prefetch(&vars.at(pieces[k + ahead].item));
         }
-        if (isBitName(item.areaName)) {
-            // Bit variables named as such read one byte more than they need.
-            start = a & ~7;
-            total = ((a & 7) + (long long)count) / 8 + 1;
-            byBytes = true;
-        } else if (item.areaName != QLatin1String("FS")) {
-            start = a;
-            total = count;
+        if (k + ahead / 2 < pieces.size())
+            prefetchTexts(vars.at(pieces[k + ahead / 2].item));
+        const Piece &p = pieces[k];
+        if (present.insert(p.key)) {
+            // Filled in place: the texts are shared once instead of copied
+            // through a temporary.
+            readList.append(tmpl);
+            describeRequest(readList.last(), vars.at(p.item), polled[std::size_t(p.item)].station,
+                            p.address, p.count);
         }
-        // A variable cut into several pieces exactly like an earlier one only
-        // gives repeats: skip it whole. Byte stepping is told apart by an
-        // area type moved past the real ones.
-        if (blockUnits >= 1 && total > blockUnits &&
-            !variablesDone.insert(item.station, item.areaType + (byBytes ? 32 : 0), int(start),
-                                  int(total)))
-            continue;
-
-        RW_VAR piece = requestFor(tmpl, item, item.station, 0, 0);
-        const int step = byBytes ? 8 : 1;
-        cutPieces(total, blockUnits, [&](long long offset, long long size) {
-            piece.address = int(start + step * offset);
-            piece.count = int(size);
-            if (!fitRequestToArea(piece))
-                return false;  // later pieces lie further past the end
-            if (addIdentity(present, piece))
-                readList.append(piece);
-            return true;
-        });
     }
     return readList.size();
 }
 
-int singleStationPass(const QList<VarInfo> &vars, const RW_VAR &tmpl, int defaultStation,
-                      int blockUnits)
+int singleStationPass(const std::vector<Polled> &polled, const QList<VarInfo> &vars,
+                      const RW_VAR &tmpl, int defaultStation, int blockUnits)
 {
     // One block limit in bits never needs more than an int: no variable is
     // longer than its area.
-    const int bitLimit =
-        blockUnits < 1 ? 0 : (blockUnits > INT_MAX / 8 ? INT_MAX : 8 * blockUnits);
+    const int bitLimit = blockUnits < 1 ? 0 : (blockUnits > INT_MAX / 8 ? INT_MAX : 8 * blockUnits);
     std::vector<Span> pieces[AreaTypeCount];
-    for (int i = 0; i < vars.size(); ++i) {
-        const VarInfo &item = vars.at(i);
-        int a, count;
-        if (!readableVariable(item, a, count))
+    for (std::size_t i = 0; i < polled.size(); ++i) {
+        const Polled &item = polled[i];
+        if (item.count < 1)
             continue;
         std::vector<Span> &list = pieces[item.areaType];
-        cutPieces(count, isBitArea(item.areaType) ? bitLimit : blockUnits,
+        cutPieces(item.count, isBitArea(item.areaType) ? bitLimit : blockUnits,
                   [&](long long offset, long long size) {
-                      const Span s = {int(a + offset), int(size), i};
+                      const Span s = {int(item.address + offset), int(size), int(i)};
                       list.push_back(s);
                       return true;
                   });
@@ -188,8 +214,11 @@ int singleStationPass(const QList<VarInfo> &vars, const RW_VAR &tmpl, int defaul
 extern "C" int ReCreatReadVarList(QList<VarInfo> *vars)
 {
     Quorvel_RV_Series &d = PLC_driver;
+    // The old list is freed after the lock is released: the polling thread
+    // need not wait for tens of thousands of requests to be let go.
+    QList<RW_VAR> old;
     MutexHold hold(d.listMutex);
-    d.readList = QList<RW_VAR>();
+    old.swap(d.readList);
     ComInfo *info = d.comInfo;
     if (!vars || vars->isEmpty() || !info)
         return 0;
@@ -198,8 +227,10 @@ extern "C" int ReCreatReadVarList(QList<VarInfo> *vars)
     const RW_VAR tmpl = blockTemplate(*info);
     const int blockUnits = info->blockUnits;
     const int defaultStation = info->defaultStation;
-    groupingPass(*vars, tmpl, defaultStation, blockUnits);
-    if (info->multiStation != 0)
-        return perVariablePass(*vars, tmpl, blockUnits);
-    return singleStationPass(*vars, tmpl, defaultStation, blockUnits);
+    const bool multi = info->multiStation != 0;
+    const std::vector<Polled> polled = pollVariables(*vars, multi);
+    groupingPass(polled, *vars, tmpl, defaultStation, blockUnits);
+    if (multi)
+        return perVariablePass(polled, *vars, tmpl, blockUnits);
+    return singleStationPass(polled, *vars, tmpl, defaultStation, blockUnits);
 }

@@ -309,4 +309,34 @@ TEST_F(ReadList, FastPassesMatchThePlainAlgorithmsOnRandomLists)
     }
 }
 
+TEST_F(ReadList, BubbleSortOrdersAnyAddressesStably)
+{
+    // Small and large lists, narrow and full-width address ranges, repeats.
+    std::srand(7);
+    const int sizes[] = {0, 1, 5, 63, 64, 300, 5000};
+    for (int n : sizes)
+        for (int wide = 0; wide < 3; ++wide) {
+            QList<RW_VAR> list;
+            for (int i = 0; i < n; ++i) {
+                RW_VAR v;
+                v.address = wide == 0   ? std::rand() % 50
+                            : wide == 1 ? std::rand() % 9000
+                                        : int(unsigned(std::rand()) * 2654435761u);
+                if (i % 97 == 1)
+                    v.address = i % 2 ? INT_MIN : INT_MAX;
+                v.ownerId = i;
+                list << v;
+            }
+            QList<RW_VAR> want = list;
+            std::stable_sort(want.begin(), want.end(), [](const RW_VAR &x, const RW_VAR &y) {
+                return x.address < y.address;
+            });
+            Bubble_Sort(&list);
+            ASSERT_EQ(want.size(), list.size());
+            for (int i = 0; i < n; ++i)
+                ASSERT_TRUE(fields(list.at(i)) == fields(want.at(i)))
+                    << n << "/" << wide << " at " << i;
+        }
+}
+
 }  // namespace
