@@ -84,8 +84,6 @@ TEST(HostAccess, LocalOnlyWritesPerStation)
     set(2, "9", "\x01", 1, 3);  // a new group starts at zero
     EXPECT_EQ(1, get(14, "100", out, 1, 3));
     EXPECT_EQ(QByteArray("\x34\x12", 2), out);
-    EXPECT_EQ(1, get(14, "100", out, 1, 4));
-    EXPECT_EQ(QByteArray("\x00\x00", 2), out);
     EXPECT_EQ(1, get(2, "8", out, 3, 3));
     EXPECT_EQ(QByteArray("\x00\x01\x00", 3), out);
     get(2, "7990", out, 100, 3);  // cut at M's end: no keys past it

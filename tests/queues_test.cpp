@@ -1,6 +1,7 @@
 // Write queue and one-off read queue: repeats, limits, cutting, bad input.
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <utility>
 #include <vector>
 
@@ -22,10 +23,17 @@ RW_VAR request(int areaType, const char *address, int count, int station = 1, in
     return v;
 }
 
-int readOnce(RW_VAR v, int mode = 0) { return AddListOnceReadVar(&v, mode); }
+int write(RW_VAR v, int mode = 0)
+{
+    return AddListWriteVar(&v, mode);
+}
+int readOnce(RW_VAR v, int mode = 0)
+{
+    return AddListOnceReadVar(&v, mode);
+}
 
 // (address, count) of every queued one-off read.
-typedef std::vector<std::pair<int, int> > Pieces;
+typedef std::vector<std::pair<int, int>> Pieces;
 Pieces onceList()
 {
     Pieces out;
@@ -34,56 +42,50 @@ Pieces onceList()
     return out;
 }
 
-class Queues : public ::testing::Test {
-protected:
-    void SetUp() override { info = resetDriver(); }
-    ComInfo *info;
-};
+}  // namespace
 
-TEST_F(Queues, WriteReplacesPendingEqualWriteButNeverTheHead)
+TEST(Queues, WriteReplacesPendingEqualWriteButNeverTheHead)
 {
-    RW_VAR d100 = request(14, "100", 1, 1, 0, QByteArray("\x01\x00", 2));
-    EXPECT_EQ(1, AddListWriteVar(&d100, 0));
-    EXPECT_EQ(2, AddListWriteVar(&d100, 0));  // only the head so far: appended
-    RW_VAR other = request(14, "200", 1);
-    for (int i = 0; i < 3; ++i, ++other.count)
-        AddListWriteVar(&other, 0);
-    RW_VAR newer = request(14, "100", 1, 1, 42, QByteArray("\x34\x12", 2));
-    EXPECT_EQ(5, AddListWriteVar(&newer, 0));
+    resetDriver();
+    const RW_VAR d100 = request(14, "100", 1, 1, 0, QByteArray("\x01\x00", 2));
+    EXPECT_EQ(1, write(d100));
+    EXPECT_EQ(2, write(d100));  // only the head so far: appended
+    for (int count = 1; count <= 3; ++count)
+        write(request(14, "200", count));
+    EXPECT_EQ(5, write(request(14, "100", 1, 1, 42, QByteArray("\x34\x12", 2))));
     const QList<RW_VAR> &w = PLC_driver.writeList;
     EXPECT_EQ(QByteArray("\x01\x00", 2), w.at(0).value);  // head untouched
     EXPECT_EQ(QByteArray("\x34\x12", 2), w.at(1).value);
     EXPECT_EQ(42, w.at(1).ownerId);
-    RW_VAR wider = request(14, "100", 2);  // another count is another target
-    EXPECT_EQ(6, AddListWriteVar(&wider, 0));
-    EXPECT_EQ(7, AddListWriteVar(&wider, 1));  // mode 1 never merges
+    EXPECT_EQ(6, write(request(14, "100", 2)));     // another count is another target
+    EXPECT_EQ(7, write(request(14, "100", 2), 1));  // mode 1 never merges
     EXPECT_EQ(7, AddListWriteVar(nullptr, 0));
 }
 
-TEST_F(Queues, FullQueuesDropNewEntriesButStillMerge)
+TEST(Queues, FullQueuesDropNewEntriesButStillMerge)
 {
+    ComInfo *info = resetDriver();
     RW_VAR v = request(14, "0", 1);
     for (v.address = 0; v.address < 1024; ++v.address)
         AddListWriteVar(&v, 1);
-    RW_VAR fresh = request(14, "5000", 1);
-    EXPECT_EQ(1024, AddListWriteVar(&fresh, 0));
-    RW_VAR pending = request(14, "7", 1, 1, 0, QByteArray("\x09\x00", 2));
-    EXPECT_EQ(1024, AddListWriteVar(&pending, 0));
+    EXPECT_EQ(1024, write(request(14, "5000", 1)));
+    EXPECT_EQ(1024, write(request(14, "7", 1, 1, 0, QByteArray("\x09\x00", 2))));
     EXPECT_EQ(QByteArray("\x09\x00", 2), PLC_driver.writeList.at(7).value);
-    EXPECT_EQ(1025, AddListWriteVar(&fresh, 1));
+    EXPECT_EQ(1025, write(request(14, "5000", 1), 1));
 
     // A huge one-off read fills the queue and stops instead of cutting forever.
     info->blockUnits = 1;
-    RW_VAR huge = request(14, "0", 2147483647);
+    RW_VAR huge = request(14, "0", INT_MAX);
     EXPECT_EQ(1024, AddListOnceReadVar(&huge, 0));
     EXPECT_EQ(std::make_pair(1023, 1), onceList().back());
-    EXPECT_EQ(2147483646, huge.address);  // the record ends on the last piece
+    EXPECT_EQ(INT_MAX - 1, huge.address);  // the record ends on the last piece
     EXPECT_EQ(1024, readOnce(request(15, "0", 1)));
     EXPECT_EQ(1025, readOnce(request(15, "0", 1), 1));
 }
 
-TEST_F(Queues, OnceReadsAreCutIntoFrameUnitsWithoutRepeats)
+TEST(Queues, OnceReadsAreCutIntoFrameUnitsWithoutRepeats)
 {
+    ComInfo *info = resetDriver();
     info->blockUnits = 2;
     EXPECT_EQ(2, readOnce(request(2, "13", 20)));
     EXPECT_EQ(2, readOnce(request(2, "13", 20)));  // pieces already queued, head included
@@ -94,13 +96,16 @@ TEST_F(Queues, OnceReadsAreCutIntoFrameUnitsWithoutRepeats)
     EXPECT_EQ(10, readOnce(request(14, "100", 250)));
     EXPECT_EQ(13, readOnce(request(14, "100", 250, 1, 3)));  // another owner gets its own reads
     EXPECT_EQ(14, readOnce(request(2, "7", 1)));
+    // clang-format off
     EXPECT_EQ(Pieces({{8, 2}, {24, 2}, {8, 1}, {16, 1}, {0, 1}, {8, 1}, {16, 1}, {100, 100},
                       {200, 100}, {300, 50}, {100, 100}, {200, 100}, {300, 50}, {0, 1}}),
               onceList());
+    // clang-format on
 }
 
-TEST_F(Queues, BadOnceReadsAreRefusedOrQueueNothing)
+TEST(Queues, BadOnceReadsAreRefusedOrQueueNothing)
 {
+    ComInfo *info = resetDriver();
     EXPECT_EQ(0, readOnce(request(14, "-5", 1)));
     info->defaultStation = 0;
     EXPECT_EQ(0, readOnce(request(14, "5", 1, 9)));
@@ -123,5 +128,3 @@ TEST_F(Queues, BadOnceReadsAreRefusedOrQueueNothing)
     PLC_driver.comInfo = nullptr;
     EXPECT_EQ(0, readOnce(unknown));
 }
-
-}  // namespace

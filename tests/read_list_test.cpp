@@ -13,11 +13,12 @@
 #include "lists/read_list_passes.h"
 #include "localarea/local_area.h"
 #include "support/driver_reset.h"
+#include "support/replies.h"
 
 namespace {
 
-const char *const areaNames[] = {"X",  "Y",  "M",  "S",   "T",   "C",  "ET", "SM", "HM",
-                                 "HS", "HT", "HC", "HSC", "SEM", "D",  "TD", "CD", "FD",
+const char *const areaNames[] = {"X",   "Y",  "M",  "S",   "T",   "C",  "ET",  "SM", "HM",
+                                 "HS",  "HT", "HC", "HSC", "SEM", "D",  "TD",  "CD", "FD",
                                  "ETD", "SD", "HD", "SFD", "ID",  "QD", "HSD", "FS"};
 
 // `text` stands in for the address when given (hostile or garbage addresses).
@@ -33,7 +34,7 @@ VarInfo var(int areaType, int address, int count, int station = 1, const char *t
     return v;
 }
 
-typedef std::vector<std::vector<int> > Blocks;  // (station, address, count) per entry
+typedef std::vector<std::vector<int>> Blocks;  // (station, address, count) per entry
 
 class ReadList : public ::testing::Test {
 protected:
@@ -49,6 +50,7 @@ TEST_F(ReadList, WorkedExamplesOfTheGroupingAndBothFinalPasses)
     VarInfo namedM = var(14, 8, 8, 2);
     namedM.areaName = QString::fromLatin1("M");
     // Default station 0 skips the grouping pass; single-station blocks then carry 0.
+    // clang-format off
     const struct {
         int station, multi, units;
         QList<VarInfo> vars;
@@ -75,6 +77,7 @@ TEST_F(ReadList, WorkedExamplesOfTheGroupingAndBothFinalPasses)
          {{4, 0, 14}, {4, 40, 2}, {4, 100, 32}, {4, 132, 32}, {4, 164, 6},
           {4, 0, 1}, {4, 0, 14}, {4, 40, 2}, {4, 100, 32}, {4, 132, 32}, {4, 164, 6}}},
     };
+    // clang-format on
     for (const auto &c : cases) {
         SCOPED_TRACE(c.want.size());
         info->defaultStation = c.station;
@@ -125,6 +128,30 @@ TEST_F(ReadList, HostileListsGiveBoundedBlocksAndNeverHang)
             EXPECT_TRUE(sawEnd);
         }
     }
+    // Rebuilt while a cyclic read is in flight: the reply still lands where
+    // its frame asked and the new list's head is the one finished; rebuilt
+    // empty, the reply is stored and nothing is finished.
+    info->multiStation = 0;
+    info->blockUnits = 0;
+    vars = {var(14, 100, 2)};
+    ReCreatReadVarList(&vars);
+    QByteArray reply = goodReplyFor(*ComCommunication(), QByteArray("\x12\x34\x56\x78", 4));
+    vars = {var(14, 500, 1), var(14, 900, 1)};
+    EXPECT_EQ(2, ReCreatReadVarList(&vars));
+    EXPECT_EQ(1, DataCom(&reply, reply.size())->result);
+    EXPECT_EQ(0x1234, PLC_driver.localArea.localD[100]);
+    EXPECT_EQ(0x5678, PLC_driver.localArea.localD[101]);
+    EXPECT_EQ(500, PLC_driver.result.address);
+    EXPECT_EQ(900, PLC_driver.readList.at(0).address);
+    EXPECT_EQ(500, PLC_driver.readList.at(1).address);
+    reply = goodReplyFor(*ComCommunication(), QByteArray("\x00\x07", 2));
+    vars.clear();
+    EXPECT_EQ(0, ReCreatReadVarList(&vars));
+    EXPECT_EQ(1, DataCom(&reply, reply.size())->result);
+    EXPECT_EQ(7, PLC_driver.localArea.localD[900]);
+    EXPECT_TRUE(PLC_driver.readList.isEmpty());
+    EXPECT_EQ(nullptr, ComCommunication());
+
     // The exported helpers alone stay bounded too.
     RW_VAR v;
     v.address = INT_MAX - 1;
@@ -143,13 +170,12 @@ TEST_F(ReadList, HostileListsGiveBoundedBlocksAndNeverHang)
 // whole list for repeats. The driver's passes must give the same list.
 struct Reference {
     QList<RW_VAR> out;
-    const RW_VAR t;
-    const int st, bu;
-    int result;
+    RW_VAR t;
+    int st, bu, result;
 
     Reference(const QList<VarInfo> &vars, const ComInfo &info)
-        : t(blockTemplate(info)), st(info.defaultStation), bu(info.blockUnits)
     {
+        t = blockTemplate(info), st = info.defaultStation, bu = info.blockUnits;
         grouping(vars);
         result = info.multiStation ? perVariable(vars) : single(vars);
     }
@@ -217,13 +243,11 @@ struct Reference {
             QList<RW_VAR> pieces;
             cut(pieces, requestFor(t, v, v.station, 0, 0), S, T, bu, bytes ? 8 : 1);
             for (RW_VAR &p : pieces) {
-                bool repeat = !fitRequestToArea(p);
-                for (int j = 0; j < out.size() && !repeat; ++j) {
-                    const RW_VAR &o = out[j];
-                    repeat = std::tie(p.station, p.areaType, p.address, p.count) ==
-                             std::tie(o.station, o.areaType, o.address, o.count);
-                }
-                if (!repeat)
+                const auto same = [&p](const RW_VAR &o) {
+                    return std::tie(p.station, p.areaType, p.address, p.count) ==
+                           std::tie(o.station, o.areaType, o.address, o.count);
+                };
+                if (fitRequestToArea(p) && std::none_of(out.begin(), out.end(), same))
                     out.append(p);
             }
         }
@@ -273,10 +297,21 @@ auto fields(const RW_VAR &v)
                     v.value);
 }
 
-TEST_F(ReadList, FastPassesMatchThePlainAlgorithmsOnRandomLists)
+// Whole records, in order.
+void expectSameList(const QList<RW_VAR> &want, const QList<RW_VAR> &got, int trial)
+{
+    ASSERT_EQ(want.size(), got.size()) << "trial " << trial;
+    for (int i = 0; i < got.size(); ++i)
+        ASSERT_TRUE(fields(got.at(i)) == fields(want.at(i)))
+            << "trial " << trial << " entry " << i << ": " << got.at(i).address << "/"
+            << got.at(i).count << " vs " << want.at(i).address << "/" << want.at(i).count;
+}
+
+TEST_F(ReadList, FastPassesAndBubbleSortMatchThePlainAlgorithmsOnRandomLists)
 {
     std::srand(20261123);
     const int units[] = {-2, 0, 1, 2, 3, 8, 32, 64, 125};
+    const char *const garbage[] = {"-3", "q"};
     for (int trial = 0; trial < 160; ++trial) {
         info->multiStation = trial % 2;
         info->blockUnits = units[std::rand() % 9];
@@ -290,8 +325,7 @@ TEST_F(ReadList, FastPassesMatchThePlainAlgorithmsOnRandomLists)
             const int a = std::rand() % 4 ? std::rand() % 300 : std::rand() % (cap + 40);
             const int longest = info->blockUnits >= 8 ? cap + 100 : 300;
             const int count = std::rand() % 15 ? std::rand() % 70 - 2 : std::rand() % longest;
-            VarInfo v =
-                var(type, a, count, std::rand() % 4, r == 0 ? "-3" : r == 1 ? "q" : nullptr);
+            VarInfo v = var(type, a, count, std::rand() % 4, r < 2 ? garbage[r] : nullptr);
             if (std::rand() % 12 == 0)
                 v.areaName = QString::fromLatin1(areaNames[std::rand() % 26]);
             vars << v;
@@ -300,21 +334,11 @@ TEST_F(ReadList, FastPassesMatchThePlainAlgorithmsOnRandomLists)
             vars.insert(std::rand() % vars.size(), vars.at(std::rand() % vars.size()));
         const Reference ref(vars, *info);
         ASSERT_EQ(ref.result, ReCreatReadVarList(&vars)) << "trial " << trial;
-        const QList<RW_VAR> &got = PLC_driver.readList;
-        ASSERT_EQ(ref.out.size(), got.size()) << "trial " << trial;
-        for (int i = 0; i < got.size(); ++i)
-            ASSERT_TRUE(fields(got.at(i)) == fields(ref.out.at(i)))
-                << "trial " << trial << " entry " << i << ": " << got.at(i).address << "/"
-                << got.at(i).count << " vs " << ref.out.at(i).address << "/" << ref.out.at(i).count;
+        ASSERT_NO_FATAL_FAILURE(expectSameList(ref.out, PLC_driver.readList, trial));
     }
-}
 
-TEST_F(ReadList, BubbleSortOrdersAnyAddressesStably)
-{
-    // Small and large lists, narrow and full-width address ranges, repeats.
-    std::srand(7);
-    const int sizes[] = {0, 1, 5, 63, 64, 300, 5000};
-    for (int n : sizes)
+    // Bubble_Sort: small and large lists, narrow and full-width addresses, repeats.
+    for (int n : {0, 1, 5, 63, 64, 300, 5000})
         for (int wide = 0; wide < 3; ++wide) {
             QList<RW_VAR> list;
             for (int i = 0; i < n; ++i) {
@@ -328,14 +352,9 @@ TEST_F(ReadList, BubbleSortOrdersAnyAddressesStably)
                 list << v;
             }
             QList<RW_VAR> want = list;
-            std::stable_sort(want.begin(), want.end(), [](const RW_VAR &x, const RW_VAR &y) {
-                return x.address < y.address;
-            });
+            Reference::sort(want);
             Bubble_Sort(&list);
-            ASSERT_EQ(want.size(), list.size());
-            for (int i = 0; i < n; ++i)
-                ASSERT_TRUE(fields(list.at(i)) == fields(want.at(i)))
-                    << n << "/" << wide << " at " << i;
+            ASSERT_NO_FATAL_FAILURE(expectSameList(want, list, n * 10 + wide));
         }
 }
 
