@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <thread>
+#include <utility>
 
 #include <QList>
 #include <QMap>
@@ -11,7 +12,9 @@
 #include "driver/locks.h"
 #include "frames/address_map.h"
 #include "support/driver_reset.h"
+#include "support/frame_request.h"
 #include "support/pty_peer.h"
+#include "support/variable.h"
 
 namespace {
 
@@ -21,25 +24,14 @@ void record(int, int ownerType, int ownerId, int status)
     calls << ownerType << ownerId << status;
 }
 
-RW_VAR block(int areaType, int address, int count)
+// A one-off read of D`address` as the runtime asks for it.
+RW_VAR onceRead(const char *address, int ownerType, int ownerId)
 {
     RW_VAR v;
-    v.areaType = areaType;
-    v.address = address;
-    v.count = count;
-    v.station = 1;
-    v.ownerId = -1;
-    return v;
-}
-
-RW_VAR onceRead(const char *area, int areaType, const char *address, int count, int ownerId)
-{
-    RW_VAR v;
-    v.areaName = area;
-    v.areaType = areaType;
+    v.areaType = 14;
     v.addressText = address;
-    v.count = count;
-    v.ownerType = 1;
+    v.count = 1;
+    v.ownerType = ownerType;
     v.ownerId = ownerId;
     return v;
 }
@@ -50,62 +42,67 @@ int pendingWork()
     return PLC_driver.writeList.size() + PLC_driver.onceReadList.size();
 }
 
-QByteArray get(int areaType, const char *address, int count)
+QByteArray get(int areaType, const QString &address, int count, int station = 1)
 {
     QByteArray out;
-    GetRegisterData(QString(), areaType, address, 1, &out, count);
+    GetRegisterData(QString(), areaType, address, station, &out, count);
     return out;
 }
 
 }  // namespace
 
-TEST(PollingLoop, RoadOfOneWrite)
-{
-    PtyPeer peer;
-    ASSERT_TRUE(peer.ok());
-    resetDriver();
-    QByteArray value("\x34\x12", 2);
-    EXPECT_EQ(SetRegisterData("D", 14, "100", 1, &value, 1, 0, 0), 1);
-    EXPECT_EQ(pollOnce(peer), 1);
-    const std::vector<uint8_t> sent = peer.server().lastRequest();
-    const std::vector<uint8_t> expected = {0x01, 0x06, 0x00, 0x64, 0x12, 0x34, 0xC5, 0x62};
-    EXPECT_EQ(sent, expected);
-    EXPECT_EQ(peer.server().reg(100), 0x1234);
-    EXPECT_TRUE(PLC_driver.writeList.isEmpty());
-
-    // The controller changes it; the next cyclic read brings it home.
-    peer.server().setRegister(100, 0xBEEF);
-    RW_VAR r = block(14, 100, 1);
-    AddListReadVar(&r);
-    EXPECT_EQ(pollOnce(peer), 1);
-    EXPECT_EQ(get(14, "100", 1), QByteArray("\xEF\xBE", 2));
-}
-
-TEST(PollingLoop, CyclicReadsWritesAndOneOffReadsMixed)
+TEST(PollingLoop, FaultsGiveBandCodesThenMixedTrafficFlowsAgain)
 {
     PtyPeer peer;
     ASSERT_TRUE(peer.ok());
     ComInfo *info = resetDriver();
+    info->retryLimit = 2;
     calls.clear();
     RegistCallBackFuncIntf(record, 0);
     ModbusServer &plc = peer.server();
     for (int i = 0; i < 64; ++i)
         plc.setRegister(i, uint16_t(1000 + i));
     plc.setRegister(300, 0x0A0B);
-    RW_VAR cyclic = block(14, 0, 64);
+    RW_VAR cyclic = request(14, 0, 64);
     AddListReadVar(&cyclic);
-    for (int i = 0; i < 12; ++i) {  // more than one burst of writes
-        QByteArray v;
-        v.append(char(i)).append(char(0x50));
+
+    // Three failures in a row: two retries, then the give-up code of the band.
+    auto threeFailures = [&](ModbusServer::Fault fault) {
+        plc.failNext(fault, 3);
+        QList<int> codes;
+        for (int i = 0; i < 3; ++i)
+            codes << pollOnce(peer, 150);
+        return codes;
+    };
+    for (const auto &c : {std::make_pair(ModbusServer::FaultDrop, 40),
+                          std::make_pair(ModbusServer::FaultBadCrc, 10),
+                          std::make_pair(ModbusServer::FaultTruncate, 70)}) {
+        RW_VAR once = onceRead("300", 3, c.second);
+        AddListOnceReadVar(&once, 0);
+        QByteArray v("\x01\x00", 2);
+        SetRegisterData("D", 14, "400", 1, &v, 1, 0, 0);
+        // The write goes first and is given up, which drops the one-off read
+        // behind it without a call-back.
+        EXPECT_EQ(threeFailures(c.first), QList<int>({0, 0, c.second + 1}));
+        EXPECT_EQ(pendingWork(), 0);
+        EXPECT_TRUE(calls.isEmpty());
+        // A one-off read given up calls its requester back with status 2.
+        AddListOnceReadVar(&once, 0);
+        EXPECT_EQ(threeFailures(c.first), QList<int>({0, 0, c.second + 1 + 3}));
+        EXPECT_EQ(calls, QList<int>({3, c.second, 2}));
+        calls.clear();
+    }
+
+    // Clean line again: writes (more than one burst), a one-off read and the
+    // cyclic block all get through, and the requester hears status 1.
+    for (int i = 0; i < 12; ++i) {
+        QByteArray v = QByteArray().append(char(i)).append(char(0x50));
         SetRegisterData("D", 14, QString::number(200 + i), 1, &v, 1, 0, 0);
     }
     QByteArray bits("\x01\x00\x01", 3);
     SetRegisterData("M", 2, "100", 1, &bits, 3, 0, 0);
-    RW_VAR once = onceRead("D", 14, "300", 1, 11);
+    RW_VAR once = onceRead("300", 1, 11);
     AddListOnceReadVar(&once, 0);
-    RW_VAR onceX = onceRead("X", 0, "10010", 12, 12);  // two one-byte pieces
-    AddListOnceReadVar(&onceX, 0);
-
     // scanComplete counts good replies of any kind, so it says nothing of
     // the cyclic block yet; one more read after the queues drain.
     for (int round = 0; round < 40 && pendingWork() > 0; ++round)
@@ -118,60 +115,7 @@ TEST(PollingLoop, CyclicReadsWritesAndOneOffReadsMixed)
     for (int i = 0; i < 64; ++i)
         EXPECT_EQ(PLC_driver.localArea.localD[i], 1000 + i);
     EXPECT_EQ(get(14, "300", 1), QByteArray("\x0B\x0A", 2));
-    EXPECT_EQ(calls, QList<int>() << 1 << 11 << 1 << 1 << 12 << 1);
-}
-
-TEST(PollingLoop, FaultsGiveBandCodesThenTheLoopRecovers)
-{
-    PtyPeer peer;
-    ASSERT_TRUE(peer.ok());
-    ComInfo *info = resetDriver();
-    info->retryLimit = 2;
-    calls.clear();
-    RegistCallBackFuncIntf(record, 0);
-    ModbusServer &plc = peer.server();
-    plc.setRegister(5, 0x0505);
-    RW_VAR cyclic = block(14, 5, 1);
-    AddListReadVar(&cyclic);
-
-    struct Case {
-        ModbusServer::Fault fault;
-        int base;
-    } cases[] = {{ModbusServer::FaultDrop, 40},
-                 {ModbusServer::FaultBadCrc, 10},
-                 {ModbusServer::FaultTruncate, 70}};
-    for (const Case &c : cases) {
-        RW_VAR once = onceRead("D", 14, "5", 1, c.base);
-        once.ownerType = 3;
-        AddListOnceReadVar(&once, 0);
-        QByteArray v("\x01\x00", 2);
-        SetRegisterData("D", 14, "6", 1, &v, 1, 0, 0);
-        // The write goes first; it fails three times and is given up, which
-        // drops the one-off read behind it without a call-back.
-        plc.failNext(c.fault, 3);
-        EXPECT_EQ(pollOnce(peer, 150), 0);
-        EXPECT_EQ(pollOnce(peer, 150), 0);
-        EXPECT_EQ(pollOnce(peer, 150), c.base + 1);
-        EXPECT_EQ(pendingWork(), 0);
-        EXPECT_TRUE(calls.isEmpty());
-
-        // A one-off read given up calls its requester back with status 2.
-        AddListOnceReadVar(&once, 0);
-        plc.failNext(c.fault, 3);
-        pollOnce(peer, 150);
-        pollOnce(peer, 150);
-        EXPECT_EQ(pollOnce(peer, 150), c.base + 1 + 3);
-        EXPECT_EQ(calls, QList<int>() << 3 << c.base << 2);
-        calls.clear();
-
-        // Clean line again: polling and writing work.
-        EXPECT_EQ(pollOnce(peer), 1);
-        EXPECT_EQ(get(14, "5", 1), QByteArray("\x05\x05", 2));
-        EXPECT_EQ(SetRegisterData("D", 14, "6", 1, &v, 1, 0, 0), 1);
-        EXPECT_EQ(pollOnce(peer), 1);
-        EXPECT_EQ(plc.reg(6), 1);
-        plc.setRegister(6, 0);
-    }
+    EXPECT_EQ(calls, QList<int>({1, 11, 1}));
 }
 
 TEST(PollingLoop, NoWriteLostWhileOtherThreadsWork)
@@ -182,105 +126,66 @@ TEST(PollingLoop, NoWriteLostWhileOtherThreadsWork)
     // frame up: a give-up drops pending writes by design, which is not
     // what this test is about.
     resetDriver()->retryLimit = 1 << 30;
-    RW_VAR cyclic = block(14, 0, 32);
+    RW_VAR cyclic = request(14, 0, 32);
     AddListReadVar(&cyclic);
 
-    std::atomic<bool> stopWriters(false), stopLoop(false);
-    std::atomic<int> rounds(0);
-    std::thread loop([&] {
-        while (!stopLoop) {
-            if (pollOnce(peer, 1000) < 0)
-                std::this_thread::yield();
-            ++rounds;
-        }
-    });
-
+    // The loop runs here while three threads queue writes and one-off reads
+    // and read the mirror.
+    std::atomic<bool> stop(false);
     QMap<int, int> lastSet, lastQueued;  // each owned by one writer thread
     std::thread setter([&] {
-        for (int n = 0; !stopWriters; ++n) {
-            const int address = 100 + n % 20;
-            QByteArray v;
-            v.append(char(n & 0xFF)).append(char((n >> 8) & 0x7F));
-            SetRegisterData("D", 14, QString::number(address), 1, &v, 1, 0, 0);
-            lastSet[address] = (n & 0xFF) | (((n >> 8) & 0x7F) << 8);
+        for (int n = 0; !stop; ++n) {
+            QByteArray v = QByteArray().append(char(n & 0xFF)).append(char((n >> 8) & 0x7F));
+            SetRegisterData("D", 14, QString::number(100 + n % 20), 1, &v, 1, 0, 0);
+            lastSet[100 + n % 20] = n & 0x7FFF;
         }
     });
     std::thread queuer([&] {
-        for (int n = 0; !stopWriters; ++n) {
-            RW_VAR w = block(14, 200 + n % 10, 1);
+        for (int n = 0; !stop; ++n) {
+            RW_VAR w =
+                request(14, 200 + n % 10, 1, 1, QByteArray().append(char(n & 0xFF)).append('\x11'));
             w.rwMode = 1;
-            w.value.append(char(n & 0xFF)).append(char(0x11));
             AddListWriteVar(&w, 0);
             lastQueued[200 + n % 10] = (n & 0xFF) | 0x1100;
         }
     });
     std::thread oncer([&] {
-        for (int n = 0; !stopWriters; ++n) {
-            RW_VAR o = onceRead("D", 14, "0", 4, n % 7);
+        for (int n = 0; !stop; ++n) {
+            RW_VAR o = onceRead("0", 1, n % 7);
             AddListOnceReadVar(&o, 0);
-            std::this_thread::yield();
+            get(14, "0", 32);
         }
     });
-    std::thread reader([&] {
-        while (!stopWriters)
-            get(14, "0", 32);
-    });
-
-    // Long enough for plenty of polling rounds, however slow the machine.
-    const auto begin = std::chrono::steady_clock::now();
-    while (std::chrono::steady_clock::now() - begin < std::chrono::seconds(30) &&
-           (rounds < 40 || std::chrono::steady_clock::now() - begin < std::chrono::seconds(2)))
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    stopWriters = true;
+    for (int round = 0; round < 1000; ++round)
+        pollOnce(peer);
+    stop = true;
     setter.join();
     queuer.join();
     oncer.join();
-    reader.join();
-    for (int i = 0; i < 3000 && pendingWork() > 0; ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    const int left = pendingWork();
-    stopLoop = true;
-    loop.join();
-
-    EXPECT_EQ(left, 0);
-    EXPECT_GT(rounds.load(), 20);
-    for (QMap<int, int>::const_iterator it = lastSet.constBegin(); it != lastSet.constEnd(); ++it)
-        EXPECT_EQ(peer.server().reg(it.key()), it.value()) << "D" << it.key();
-    for (QMap<int, int>::const_iterator it = lastQueued.constBegin(); it != lastQueued.constEnd(); ++it)
-        EXPECT_EQ(peer.server().reg(it.key()), it.value()) << "D" << it.key();
+    for (int round = 0; round < 200 && pendingWork() > 0; ++round)
+        pollOnce(peer);
+    EXPECT_EQ(pendingWork(), 0);
+    for (const QMap<int, int> &last : {lastSet, lastQueued})
+        for (auto it = last.constBegin(); it != last.constEnd(); ++it)
+            EXPECT_EQ(peer.server().reg(it.key()), it.value()) << "D" << it.key();
 }
-
-namespace {
-
-VarInfo variable(const char *area, int areaType, const char *address, int count, int station)
-{
-    VarInfo v;
-    v.areaName = area;
-    v.areaType = (unsigned char)areaType;
-    v.addressText = address;
-    v.count = count;
-    v.station = (unsigned char)station;
-    return v;
-}
-
-}  // namespace
 
 TEST(PollingLoop, RebuiltListReadsEveryVariable)
 {
-    const QList<VarInfo> vars = QList<VarInfo>()
-        << variable("D", 14, "0", 1, 1) << variable("D", 14, "5", 4, 2)
-        << variable("D", 14, "100", 70, 1) << variable("TD", 15, "3", 1, 2)
-        << variable("FS", 25, "47", 1, 1) << variable("HSD", 24, "490", 10, 1)
-        << variable("M", 2, "3", 1, 1) << variable("M", 2, "5", 2, 2)
-        << variable("M", 2, "40", 30, 1) << variable("S", 3, "1021", 3, 1)
-        << variable("X", 0, "0", 16, 1) << variable("X", 0, "60", 8, 2)
-        << variable("Y", 1, "10000", 8, 1) << variable("SEM", 13, "30", 2, 2);
+    const QList<VarInfo> vars =
+        QList<VarInfo>() << variable("D", 14, "0", 1, 1) << variable("D", 14, "5", 4, 2)
+                         << variable("D", 14, "100", 70, 1) << variable("TD", 15, "3", 1, 2)
+                         << variable("FS", 25, "47", 1, 1) << variable("HSD", 24, "490", 10, 1)
+                         << variable("M", 2, "3", 1, 1) << variable("M", 2, "5", 2, 2)
+                         << variable("M", 2, "40", 30, 1) << variable("S", 3, "1021", 3, 1)
+                         << variable("X", 0, "0", 16, 1) << variable("X", 0, "60", 8, 2)
+                         << variable("Y", 1, "10000", 8, 1) << variable("SEM", 13, "30", 2, 2);
     for (int multi = 0; multi <= 1; ++multi) {
         PtyPeer peer;
         ASSERT_TRUE(peer.ok());
         ModbusServer &plc = peer.server();
         plc.setStations(std::vector<int>{1, 2});
-        for (int a = 0; a < 65536; a += 1) {
+        for (int a = 0; a < 65536; ++a) {
             plc.setRegister(a, uint16_t(a * 7 + 3));
             plc.setCoil(a, (a * 5) % 3 == 0);
         }
@@ -289,31 +194,25 @@ TEST(PollingLoop, RebuiltListReadsEveryVariable)
         info->blockUnits = 8;
         QList<VarInfo> list = vars;
         ASSERT_GT(ReCreatReadVarList(&list), 0);
-        const int blocks = PLC_driver.readList.size();
-        for (int round = 0; round < blocks; ++round)
+        for (int round = 0; round < PLC_driver.readList.size(); ++round)
             ASSERT_EQ(pollOnce(peer), 1) << "multiStation " << multi << " round " << round;
 
         for (const VarInfo &v : vars) {
-            const int station = multi ? v.station : 1;
             const int start = StringAddressToInt(v.areaType, v.addressText);
-            QByteArray out;
-            GetRegisterData(QString(), v.areaType, v.addressText, station, &out, v.count);
-            ASSERT_EQ(out.size(), v.areaType < 14 ? v.count : 2 * v.count);
+            const QByteArray out = get(v.areaType, v.addressText, v.count, multi ? v.station : 1);
+            const bool bits = v.areaType < 14;
+            ASSERT_EQ(out.size(), bits ? v.count : 2 * v.count);
             for (int i = 0; i < v.count; ++i) {
-                if (v.areaType < 14) {
-                    const int coil = BitElementToCoil(v.areaType, start + i);
-                    EXPECT_EQ(out.at(i), char(plc.coil(coil))) << v.areaName.toStdString() << start + i;
-                } else {
-                    const int reg = WordElementToRegister(v.areaType, start + i) & 0xFFFF;
-                    const int got = (unsigned char)out.at(2 * i) | ((unsigned char)out.at(2 * i + 1) << 8);
-                    EXPECT_EQ(got, plc.reg(reg)) << v.areaName.toStdString() << start + i;
-                }
+                const int got =
+                    bits ? out.at(i) : uchar(out.at(2 * i)) | uchar(out.at(2 * i + 1)) << 8;
+                const int want =
+                    bits ? plc.coil(BitElementToCoil(v.areaType, start + i))
+                         : plc.reg(WordElementToRegister(v.areaType, start + i) & 0xFFFF);
+                EXPECT_EQ(got, want) << v.areaName.toStdString() << start + i;
             }
         }
         if (multi) {  // a station nobody polled reads as zero
-            QByteArray out;
-            GetRegisterData(QString(), 14, "100", 3, &out, 1);
-            EXPECT_EQ(out, QByteArray(2, '\0'));
+            EXPECT_EQ(get(14, "100", 1, 3), QByteArray(2, '\0'));
         }
     }
 }

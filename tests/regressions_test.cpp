@@ -6,59 +6,32 @@
 #include <climits>
 
 #include "support/driver_reset.h"
-
-namespace {
-
-VarInfo variable(int areaType, const char *name, const char *address, int count)
-{
-    VarInfo v;
-    v.areaType = (unsigned char)areaType;
-    v.station = 1;
-    v.areaName = name;
-    v.addressText = address;
-    v.count = count;
-    return v;
-}
-
-// Every cyclic request lies inside its area, in the units frames take.
-void expectReadListInsideAreas()
-{
-    for (int i = 0; i < PLC_driver.readList.size(); ++i) {
-        const RW_VAR &r = PLC_driver.readList.at(i);
-        SCOPED_TRACE(testing::Message() << "entry " << i << " type " << r.areaType);
-        ASSERT_TRUE(isArea(r.areaType));
-        EXPECT_GE(r.count, 1);
-        EXPECT_GE(r.address, 0);
-        if (isBitArea(r.areaType)) {
-            EXPECT_EQ(r.address % 8, 0);
-            EXPECT_LE(r.address / 8 + r.count, areaCapacity(r.areaType) / 8);
-        } else {
-            EXPECT_LE(r.address + r.count, areaCapacity(r.areaType));
-        }
-    }
-}
-
-}  // namespace
+#include "support/variable.h"
 
 // The single-station rebuild turned blockUnits into a bit limit by
 // multiplying by 8 before looking at its sign: a large negative ComInfo
 // value overflowed (fuzz input: blockUnits -1975095852, bit variables).
 TEST(Regressions, BitLimitOverflowOnNegativeBlockUnits)
 {
-    const int hostile[] = {-1975095852, INT_MIN, INT_MAX, INT_MAX / 8 + 1, -1, 0};
-    for (int blockUnits : hostile) {
-        SCOPED_TRACE(blockUnits);
-        ComInfo *info = resetDriver();
-        info->blockUnits = blockUnits;
-        QList<VarInfo> vars;
-        vars << variable(2, "M", "3", 20) << variable(0, "X", "17", 9)
-             << variable(14, "D", "7990", 30) << variable(13, "SEM", "24", 100);
-        ReCreatReadVarList(&vars);
-        EXPECT_GT(PLC_driver.readList.size(), 0);
-        expectReadListInsideAreas();
-        info->multiStation = 1;
-        ReCreatReadVarList(&vars);
-        EXPECT_GT(PLC_driver.readList.size(), 0);
-        expectReadListInsideAreas();
+    QList<VarInfo> vars = QList<VarInfo>()
+                          << variable("M", 2, "3", 20) << variable("X", 0, "17", 9)
+                          << variable("D", 14, "7990", 30) << variable("SEM", 13, "24", 100);
+    for (int blockUnits : {-1975095852, INT_MIN, INT_MAX, INT_MAX / 8 + 1, -1, 0}) {
+        for (int multi = 0; multi <= 1; ++multi) {
+            SCOPED_TRACE(testing::Message() << "blockUnits " << blockUnits << " multi " << multi);
+            ComInfo *info = resetDriver();
+            info->blockUnits = blockUnits;
+            info->multiStation = multi;
+            ReCreatReadVarList(&vars);
+            EXPECT_GT(PLC_driver.readList.size(), 0);
+            // Every cyclic request lies inside its area, in the units frames take.
+            for (const RW_VAR &r : PLC_driver.readList) {
+                ASSERT_TRUE(isArea(r.areaType));
+                EXPECT_TRUE(r.count >= 1 && r.address >= 0) << r.count << " at " << r.address;
+                const int unit = isBitArea(r.areaType) ? 8 : 1;
+                EXPECT_EQ(r.address % unit, 0);
+                EXPECT_LE(r.address / unit + r.count, areaCapacity(r.areaType) / unit);
+            }
+        }
     }
 }
