@@ -9,31 +9,15 @@
 #include "driver/checksum.h"
 #include "support/pty_peer.h"
 
-namespace {
-
-int crcOf(QByteArray b) { return CalCRC(reinterpret_cast<unsigned char *>(b.data()), b.size()); }
-
-// Request bytes plus CRC, low byte first, as on the line.
-QByteArray withCrc(QByteArray body)
-{
-    const int crc = crcOf(body);
-    return body.append(char(crc & 0xFF)).append(char(crc >> 8));
-}
-
-QByteArray readRegs(int station, int address, int count)
-{
-    const char b[] = {char(station), 0x03, char(address >> 8), char(address), 0, char(count)};
-    return withCrc(QByteArray(b, 6));
-}
-
-}  // namespace
-
 TEST(ModbusServer, InjectsEachFaultOnRequest)
 {
     PtyPeer peer;
     ASSERT_TRUE(peer.ok());
     ModbusServer &srv = peer.server();
-    const QByteArray req = readRegs(1, 0, 4);
+    const QByteArray req = QByteArray::fromHex("0103000000044409");  // station 1, D0..D3
+    auto crcOf = [](QByteArray b) {
+        return CalCRC(reinterpret_cast<unsigned char *>(b.data()), b.size());
+    };
 
     srv.failNext(ModbusServer::FaultDrop, 1);
     EXPECT_TRUE(peer.transact(req, 13, 200).isEmpty());

@@ -6,6 +6,8 @@
 
 #include <QByteArray>
 
+#include <memory>
+
 #include "sim/server/modbus_server.h"
 
 class PtyPeer {
@@ -13,6 +15,8 @@ public:
     // Opens the pair and starts the server answering station 1.
     PtyPeer();
     ~PtyPeer();
+    PtyPeer(const PtyPeer &) = delete;
+    PtyPeer &operator=(const PtyPeer &) = delete;
 
     bool ok() const { return ok_; }
     ModbusServer &server() { return *server_; }
@@ -25,13 +29,9 @@ public:
     QByteArray transact(const QByteArray &frame, int expectedLength, int timeoutMs = 1000);
 
 private:
-    PtyPeer(const PtyPeer &);
-    PtyPeer &operator=(const PtyPeer &);
-
-    int master_;
-    int line_;
-    bool ok_;
-    ModbusServer *server_;
+    int master_ = -1, line_ = -1;
+    bool ok_ = false;
+    std::unique_ptr<ModbusServer> server_;
 };
 
 // One round of the runtime's polling loop against the peer: ComCommunication,

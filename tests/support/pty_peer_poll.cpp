@@ -2,6 +2,8 @@
 // not pull in the driver's polling entry points.
 #include "pty_peer.h"
 
+#include <algorithm>
+
 #include "driver/quorvel_rv_series.h"
 
 int pollOnce(PtyPeer &peer, int timeoutMs)
@@ -9,10 +11,9 @@ int pollOnce(PtyPeer &peer, int timeoutMs)
     Protocol *p = ComCommunication();
     if (!p)
         return -1;
-    int sendLength = p->sendLength < p->frame.size() ? p->sendLength : p->frame.size();
-    if (sendLength < 0)
-        sendLength = 0;
-    QByteArray reply = peer.transact(p->frame.left(sendLength), p->replyLength, timeoutMs);
+    // A negative sendLength sends nothing; left() would take it as all.
+    const QByteArray sent = p->frame.left(std::max(0, p->sendLength));
+    QByteArray reply = peer.transact(sent, p->replyLength, timeoutMs);
     RW_VAR *result = DataCom(&reply, reply.size());
     return result ? result->result : -1;
 }

@@ -1,0 +1,360 @@
+// End to end through the two programs, as an operator would run them:
+// rvsim plays the controller on a pseudo-terminal and rvpoll polls it
+// through the driver library. Built and run natively only: the armhf build
+// leaves the tools out, so these tests are not part of it.
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <stdlib.h>
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "poll_stats.h"
+#include "serial_link.h"
+#include "support/run_command.h"
+#include "varspec.h"
+
+namespace {
+
+std::string scratchFile()
+{
+    char name[] = "/tmp/rv-tools-test-XXXXXX";
+    close(mkstemp(name));
+    return name;
+}
+
+std::string readFile(const std::string &name)
+{
+    std::ifstream f(name);
+    return std::string(std::istreambuf_iterator<char>(f), {});
+}
+
+// Those of `parts` that `text` lacks, each in brackets; empty when it has them all.
+std::string missing(const std::string &text, std::initializer_list<const char *> parts)
+{
+    std::string lacks;
+    for (const char *part : parts)
+        if (text.find(part) == std::string::npos)
+            lacks += std::string("[") + part + "]";
+    return lacks;
+}
+
+struct Result {
+    int status = -1;  // exit status; 137 when it had to be killed
+    std::string out, err;
+};
+
+// Runs a shell command line to its end (killed after a minute), with the
+// output of the shell line `input` on its standard input.
+Result run(const std::string &command, const std::string &input = ":")
+{
+    const std::string err = scratchFile();
+    Result r;
+    r.out = runCommand("(" + input + ") | timeout -s KILL 60 " + command + " 2>" + err +
+                       "; echo \"<exit $?>\"");
+    const size_t at = r.out.rfind("<exit ");
+    r.status = at == std::string::npos ? -1 : atoi(r.out.c_str() + at + 6);
+    r.out.erase(std::min(at, r.out.size()));
+    r.err = readFile(err);
+    unlink(err.c_str());
+    return r;
+}
+
+// rvsim running in the background, its output going to a file.
+class Sim {
+public:
+    explicit Sim(const std::string &args = "")
+    {
+        const std::string sh = "exec '" RVSIM_PATH "' " + args + " >" + log_ + " 2>&1 </dev/null";
+        if ((pid_ = fork()) == 0) {
+            execl("/bin/sh", "sh", "-c", sh.c_str(), static_cast<char *>(nullptr));
+            _exit(127);
+        }
+        if (waitFor({"listening on "})) {
+            const std::string t = output();
+            const size_t at = t.find("listening on ") + 13;
+            path_ = t.substr(at, t.find(' ', at) - at);
+        }
+    }
+    ~Sim()
+    {
+        stop();
+        unlink(log_.c_str());
+    }
+
+    const std::string &path() const { return path_; }
+    std::string output() const { return readFile(log_); }
+    // Waits up to ten seconds for the output to show all of `parts`.
+    bool waitFor(std::initializer_list<const char *> parts) const
+    {
+        for (int waited = 0; waited < 10000; waited += 20, usleep(20000))
+            if (missing(output(), parts).empty())
+                return true;
+        return false;
+    }
+    // SIGTERM; returns the exit status (0 on a clean stop).
+    int stop()
+    {
+        int status = 0;
+        if (pid_ > 0 && kill(pid_, SIGTERM) == 0 && waitpid(pid_, &status, 0) == pid_)
+            status_ = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        pid_ = -1;
+        return status_;
+    }
+
+private:
+    const std::string log_ = scratchFile();
+    pid_t pid_ = -1;
+    int status_ = -1;
+    std::string path_;
+};
+
+// The library of this build tree, named explicitly: the sanitizers' dlopen
+// interceptors hide rvpoll's RUNPATH from the loader.
+std::string poll(const std::string &port, const std::string &args)
+{
+    return "'" RVPOLL_PATH "' --lib '" DRIVER_PATH "' --port " + port + " " + args;
+}
+
+// Every number that follows `key` in `text`, in order.
+std::vector<long> numbersAfter(const std::string &text, const std::string &key)
+{
+    std::vector<long> found;
+    for (size_t at = text.find(key); at != std::string::npos; at = text.find(key, at + 1)) {
+        const char *start = text.c_str() + at + key.size();
+        char *end = nullptr;
+        const long v = strtol(start, &end, 10);
+        if (end != start)
+            found.push_back(v);
+    }
+    return found;
+}
+
+// The value of `key` in the last JSON line of `out`, or -1.
+long jsonValue(const std::string &out, const std::string &key)
+{
+    const size_t line = out.rfind("{\"scan\"");
+    if (line == std::string::npos)
+        return -1;
+    const std::vector<long> v = numbersAfter(out.substr(line), "\"" + key + "\":");
+    return v.empty() ? -1 : v.front();
+}
+
+}  // namespace
+
+TEST(ToolsTest, ScansReturnTheSimulatorsValuesFromOneOrSeveralStations)
+{
+    Sim sim("--tick-ms 50 --station 1,2");
+    ASSERT_FALSE(sim.path().empty()) << sim.output();
+
+    Result r = run(poll(sim.path(), "--scans 3 --interval-ms 300 --json D0 M0 TD5"));
+    ASSERT_EQ(0, r.status) << r.err;
+    // One JSON object per scan, the counter rising from scan to scan.
+    const std::vector<long> counters = numbersAfter(r.out, "\"D0\":");
+    ASSERT_EQ(3u, counters.size()) << r.out;
+    EXPECT_GT(counters[2], counters[0]);
+    EXPECT_GE(jsonValue(r.out, "M0"), 0);
+    EXPECT_EQ(0, jsonValue(r.out, "TD5"));
+    EXPECT_EQ(1, jsonValue(r.out, "last_code"));
+
+    // A plain --once scan: a table and a summary, then exit 0. The driver
+    // is found by its soname through rvpoll's RUNPATH, as a runtime finds it.
+#if defined(RV_TOOLS_SANITIZED)
+    r = run(poll(sim.path(), "--once D0-D9 X0-X17"));
+#else
+    r = run("'" RVPOLL_PATH "' --port " + sim.path() + " --once D0-D9 X0-X17");
+#endif
+    EXPECT_EQ(0, r.status) << r.err;
+    EXPECT_EQ("", missing(r.out, {"X10 |"})) << r.out;  // octal row labels
+    EXPECT_EQ("", missing(r.err, {"0 errors, 0.0% frame loss"})) << r.err;
+
+    r = run(poll(sim.path(), "--multi-station --once --json --write 2:D50=9 1:D50 2:D50"));
+    ASSERT_EQ(0, r.status) << r.err;
+    // Several stations on one line share the simulator's registers; each is
+    // read on its own.
+    EXPECT_EQ(9, jsonValue(r.out, "1:D50")) << r.out;
+    EXPECT_EQ(9, jsonValue(r.out, "2:D50")) << r.out;
+
+    // A silent station is given up without stopping the others; the scan
+    // that failed makes the exit status 1.
+    r = run(
+        poll(sim.path(), "--multi-station --once --json --retries 0 --timeout-ms 50 1:D50 3:D50"));
+    EXPECT_EQ(1, r.status);
+    EXPECT_EQ(9, jsonValue(r.out, "1:D50")) << r.out;
+    EXPECT_EQ(0, jsonValue(r.out, "3:D50")) << r.out;
+    EXPECT_EQ(1, jsonValue(r.out, "given_up")) << r.out;
+}
+
+TEST(ToolsTest, WritesLandInTheControllerAndReadBack)
+{
+    Sim sim;
+    ASSERT_FALSE(sim.path().empty()) << sim.output();
+
+    // Y10 is octal: element 8, coil 0x6008 (24584) on the controller.
+    Result r = run(poll(sim.path(), "--once --hex --write D100=0x1234 --write Y10=1 "
+                                    "--write D10=1,2,3 D100 Y0-Y17 D10-D12"));
+    ASSERT_EQ(0, r.status) << r.err;
+    EXPECT_EQ("", missing(r.out, {"0x1234"})) << r.out;
+    EXPECT_TRUE(sim.waitFor({"register 100 = 0x1234", "coil 24584 = 1", "register 12 = 0x0003"}))
+        << sim.output();
+
+    // Station 0 is a broadcast: the write is applied though nothing answers.
+    r = run(poll(sim.path(), "--station 0 --once --write D60=5 D60"));
+    EXPECT_EQ(0, r.status) << r.err;
+    EXPECT_TRUE(sim.waitFor({"register 60 = 0x0005"})) << sim.output();
+
+    // A fresh poller, with an empty mirror, reads the values back; its
+    // variables come from a file, with comments and ranges.
+    const std::string file = scratchFile();
+    std::ofstream(file)
+        << "# polled on the test line\nD100 Y10   # a word and a bit\nD10-D11 D60\n";
+    r = run(poll(sim.path(), "--once --json --vars " + file));
+    unlink(file.c_str());
+    ASSERT_EQ(0, r.status) << r.err;
+    EXPECT_EQ(0x1234, jsonValue(r.out, "D100")) << r.out;
+    EXPECT_EQ(1, jsonValue(r.out, "Y10")) << r.out;
+    EXPECT_EQ(2, jsonValue(r.out, "D11")) << r.out;
+    EXPECT_EQ(5, jsonValue(r.out, "D60")) << r.out;
+    EXPECT_EQ(std::string::npos, r.out.find("\"D12\"")) << r.out;
+
+    // Writes typed on standard input go out too; a bad line is reported
+    // and polling goes on.
+    r = run(poll(sim.path(), "--duration 3 D101"),
+            "sleep 0.5; echo D101=77; sleep 0.5; echo D101=zz; sleep 0.5; echo X0=1");
+    EXPECT_EQ(0, r.status) << r.err;
+    EXPECT_TRUE(sim.waitFor({"register 101 = 0x004D (77)"})) << sim.output();
+    EXPECT_EQ("", missing(r.out, {"D101 |     77", "a word takes", "refused"})) << r.out;
+}
+
+TEST(ToolsTest, DroppedRepliesAreRetriedAndPollingRecovers)
+{
+    Sim sim("--drop 0.3 --seed 11");
+    ASSERT_FALSE(sim.path().empty()) << sim.output();
+    Result r = run(poll(sim.path(), "--scans 20 --interval-ms 0 --timeout-ms 150 --retries 60 "
+                                    "--json D0-D3 M0-M7"));
+    ASSERT_EQ(0, r.status) << r.err;
+    EXPECT_GT(jsonValue(r.out, "retries"), 0) << r.out;
+    EXPECT_EQ(0, jsonValue(r.out, "given_up"));  // every drop recovered by a resend
+    EXPECT_EQ(20, jsonValue(r.out, "scan"));
+    EXPECT_GT(jsonValue(r.out, "D0"), 0);
+    EXPECT_EQ("", missing(r.err, {"frames transmitted"})) << r.err;
+    EXPECT_EQ(std::string::npos, r.err.find(" 0 errors")) << r.err;
+
+    // -v traces both directions; a station that never answers gives up
+    // with the no-reply band and exit status 1.
+    r = run(poll(sim.path(), "--station 9 --once --retries 0 --timeout-ms 30 -v D0"));
+    EXPECT_EQ(1, r.status);
+    EXPECT_EQ("", missing(r.err, {"[09][03][00][00][00][01]", "<no reply>", "never answered"}))
+        << r.err;
+    EXPECT_EQ("", missing(r.out, {"41 no reply"})) << r.out;
+}
+
+TEST(ToolsTest, FaultyRepliesGiveUpWithTheirBandMeaning)
+{
+    for (const auto &c : {std::make_pair("--corrupt 1", "11 check failed"),
+                          std::make_pair("--truncate 1", "71 wrong length")}) {
+        Sim sim(c.first);
+        ASSERT_FALSE(sim.path().empty()) << sim.output();
+        const Result r = run(poll(sim.path(), "--once --retries 1 --timeout-ms 100 D0-D3"));
+        EXPECT_EQ(1, r.status) << c.first;
+        EXPECT_EQ("", missing(r.out, {c.second})) << c.first << ": " << r.out;
+        // Every block was resent once before it was given up.
+        const std::vector<long> retries = numbersAfter(r.out, "retries ");
+        ASSERT_EQ(1u, retries.size()) << r.out;
+        EXPECT_GT(retries[0], 0);
+        EXPECT_EQ(retries, numbersAfter(r.out, "given up "));
+    }
+}
+
+TEST(ToolsTest, PollingSurvivesTheLineGoingAway)
+{
+    const std::string line = "/tmp/rvpoll-test-line-" + std::to_string(getpid());
+    Result r;
+    std::thread poller;
+    {
+        Sim first("--link " + line);
+        ASSERT_FALSE(first.path().empty()) << first.output();
+        poller =
+            std::thread([&] { r = run(poll(line, "--duration 5 --timeout-ms 50 --json D0")); });
+        usleep(1500 * 1000);
+        EXPECT_EQ(0, first.stop());
+    }
+    usleep(700 * 1000);
+    Sim second("--link " + line);  // back on the same path, a new pseudo-terminal
+    poller.join();
+    EXPECT_EQ(0, r.status) << r.err;
+    EXPECT_EQ("", missing(r.err, {"lost, reopening"})) << r.err;
+    EXPECT_EQ(0, second.stop());
+    // The new controller was polled after the reopen.
+    const std::vector<long> served = numbersAfter(second.output(), "stopped after ");
+    ASSERT_EQ(1u, served.size()) << second.output();
+    EXPECT_GT(served[0], 5);
+}
+
+TEST(ToolsTest, BadInputGivesAClearMessageAndStatusTwo)
+{
+    const std::string rvpoll = "'" RVPOLL_PATH "' ", rvsim = "'" RVSIM_PATH "' ";
+    const std::string null = rvpoll + "--port /dev/null ";
+    const std::pair<std::string, const char *> cases[] = {
+        {null + "D1x", "bad address"},
+        {null + "D70000", "bad address '70000'"},
+        {null + "Q5", "unknown area 'Q'"},
+        {null + "X8", "octal"},
+        {null + "D9-D2", "ends before"},
+        {null + "D0-TD4", "within one area"},
+        {null + "--multi-station D0", "station prefix"},
+        {null + "--write M5=2 M5", "0 or 1"},
+        {null + "--write D0-D3=1 D0", "write to one element"},
+        {rvpoll + "D0-D9", "no serial port"},
+        {poll("/dev/rv-no-such-port", "D0"), "cannot open /dev/rv-no-such-port"},
+        {null + "--lib /nonexistent/libdriver.so D0", "cannot load driver"},
+        {null + "--lib libm.so.6 D0", "lacks the entry point SetComInfo"},
+        {rvsim + "--drop 0.6 --corrupt 0.6", "add up to more than 1"},
+        {rvsim + "--station 1,300", "bad value"},
+    };
+    for (const auto &c : cases) {
+        const Result r = run(c.first);
+        EXPECT_EQ(2, r.status) << c.first;
+        EXPECT_EQ("", missing(r.err, {c.second})) << c.first << ": " << r.err;
+    }
+}
+
+TEST(ToolsTest, VariableTextsCodeMeaningsAndReplyFraming)
+{
+    VarSpec v;
+    QString error;
+    ASSERT_TRUE(parseVarSpec("X0-X17", false, v, error));
+    EXPECT_EQ(16, v.count);  // octal 0..17
+    ASSERT_TRUE(parseVarSpec("2:HSC3-5", true, v, error));
+    EXPECT_EQ(std::vector<int>({2, 12, 3, 3}),
+              std::vector<int>({v.station, v.areaType, v.address, v.count}));
+    WriteSpec w;
+    ASSERT_TRUE(parseWriteSpec("D100=0x1234,-1", false, w, error));
+    EXPECT_EQ(QByteArray("\x34\x12\xFF\xFF", 4), writeBytes(w));
+
+    // The ends of the bands and just past them; the band starts are shown
+    // end to end above.
+    EXPECT_EQ("no reply", codeMeaning(52));
+    EXPECT_EQ("remote no reply", codeMeaning(141));
+    EXPECT_EQ("unknown code", codeMeaning(23));
+
+    // 3.5 characters of 11 bits, rounded up to whole milliseconds; 1.75 ms
+    // (so 2) above 19200 baud.
+    EXPECT_EQ(5, frameGapMs(9600));
+    EXPECT_EQ(3, frameGapMs(19200));
+    EXPECT_EQ(2, frameGapMs(115200));
+    EXPECT_EQ(2, frameGapMs(0));
+    // An exception reply is complete after 5 bytes, whatever was expected;
+    // otherwise the frame's expected length counts.
+    EXPECT_EQ(5, replyTarget(QByteArray("\x01\x83\x02", 3), 13));
+    EXPECT_EQ(13, replyTarget(QByteArray("\x01\x03\x08", 3), 13));
+    EXPECT_EQ(-1, replyTarget(QByteArray(), -1));
+}
