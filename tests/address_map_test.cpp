@@ -3,17 +3,11 @@
 // octal 100), not copied from the table the map holds.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-
 #include "frames/address_map.h"
 #include "localarea/local_area.h"
 
 namespace {
-
 const int X = 0, Y = 1;
-
-int octal(const char *text) { return static_cast<int>(strtol(text, nullptr, 8)); }
-
 }  // namespace
 
 TEST(AddressMap, XYSegmentsFollowTheCoilBlockRule)
@@ -30,13 +24,10 @@ TEST(AddressMap, XYSegmentsFollowTheCoilBlockRule)
             EXPECT_EQ(BitElementToCoil(Y, start + end), 24576 + offset + end);
         }
     }
-}
-
-TEST(AddressMap, XYOutsideSegmentsAndNegativeAddresses)
-{
-    EXPECT_EQ(BitElementToCoil(X, octal("100")), 64);  // gaps are sent unchanged
-    EXPECT_EQ(BitElementToCoil(X, octal("11200")), 4736);
-    EXPECT_EQ(BitElementToCoil(Y, octal("20300")), 8384);
+    // Gaps between segments (X100, X11200, Y20300 in octal) are sent unchanged.
+    EXPECT_EQ(BitElementToCoil(X, 0100), 0100);
+    EXPECT_EQ(BitElementToCoil(X, 011200), 011200);
+    EXPECT_EQ(BitElementToCoil(Y, 020300), 020300);
     // Segment 1 is tested signed, the others by unsigned distance: a
     // negative address belongs to segment 1 and never to a later one.
     EXPECT_EQ(BitElementToCoil(X, -1), 0x5000 - 1);
@@ -46,29 +37,21 @@ TEST(AddressMap, XYOutsideSegmentsAndNegativeAddresses)
 
 TEST(AddressMap, FixedBasesCoverFirstAndLastElementOfEveryArea)
 {
-    const int bitBase[14] = {0,      0,      0,      0x7000, 0xA000, 0xB000, 0xC000,
-                             0x9000, 0xC100, 0xD900, 0xE100, 0xE500, 0xE900, 0xC080};
-    for (int t = 2; t < 14; ++t) {
+    // Bit areas M..SEM (2..13) are coils, word areas D..FS (14..25) registers.
+    const int base[26] = {0,      0,      0,      0x7000, 0xA000, 0xB000, 0xC000, 0x9000, 0xC100,
+                          0xD900, 0xE100, 0xE500, 0xE900, 0xC080, 0,      0x8000, 0x9000, 0xC4C0,
+                          0xA000, 0x7000, 0xA080, 0xE4C0, 0x5000, 0x6000, 0xB880, 0xF4C0};
+    for (int t = 2; t < 26; ++t) {
         SCOPED_TRACE(t);
+        int (*map)(int, int) = t < 14 ? BitElementToCoil : WordElementToRegister;
         const int last = areaCapacity(t) - 1;
-        EXPECT_EQ(BitElementToCoil(t, 0), bitBase[t]);
-        EXPECT_EQ(BitElementToCoil(t, last), bitBase[t] + last);
-        EXPECT_LE(BitElementToCoil(t, last), 0xFFFF);
+        EXPECT_EQ(map(t, 0), base[t]);
+        EXPECT_EQ(map(t, last), base[t] + last);
+        EXPECT_LE(map(t, last), 0xFFFF);
     }
-    const int wordBase[26] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
-                              0x8000, 0x9000, 0xC4C0, 0xA000, 0x7000, 0xA080,
-                              0xE4C0, 0x5000, 0x6000, 0xB880, 0xF4C0};
-    for (int t = 14; t < 26; ++t) {
-        SCOPED_TRACE(t);
-        const int last = areaCapacity(t) - 1;
-        EXPECT_EQ(WordElementToRegister(t, 0), wordBase[t]);
-        EXPECT_EQ(WordElementToRegister(t, last), wordBase[t] + last);
-        EXPECT_LE(WordElementToRegister(t, last), 0xFFFF);
-    }
-    // No area: the address as it is, in both maps.
-    EXPECT_EQ(WordElementToRegister(26, 100), 100);
-    EXPECT_EQ(WordElementToRegister(-1, 100), 100);
-    EXPECT_EQ(WordElementToRegister(14, 7999), 7999);
-    EXPECT_EQ(BitElementToCoil(14, 9), 9);
-    EXPECT_EQ(BitElementToCoil(-5, 9), 9);
+    // No area of the map's kind: the address as it is.
+    for (int t : {26, -1})
+        EXPECT_EQ(WordElementToRegister(t, 100), 100) << t;
+    for (int t : {14, -5})
+        EXPECT_EQ(BitElementToCoil(t, 9), 9) << t;
 }

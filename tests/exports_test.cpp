@@ -5,26 +5,17 @@
 
 #include <QString>
 #include <algorithm>
-#include <cstdio>
 #include <gtest/gtest.h>
-
-#include "support/run_command.h"
 #include <map>
 #include <set>
 #include <sstream>
-#include <string>
+
+#include "support/exported_names.h"
+#include "support/run_command.h"
 
 namespace {
 
-const char *const kEntryPoints[] = {
-    "SetComInfo",      "RegistCallBackFuncIntf", "FlashLocalRegister", "AddListReadVar",
-    "QueryFinishFlag", "PLCAddressChangeIntef",  "ComCommunication",   "DataCom",
-    "AddListWriteVar", "AddListOnceReadVar",     "ReCreatReadVarList", "GetRegisterData",
-    "SetRegisterData",
-};
-
-const char *const kData[] = {"PLC_driver", "LB", "LW", "RWI"};
-
+// Exported under their C++ names; a runtime has no need of them.
 const char *const kInternal[] = {
     "Quorvel_RV_Series::Quorvel_RV_Series()",
     "Quorvel_RV_Series::~Quorvel_RV_Series()",
@@ -68,11 +59,6 @@ const char *const kInternal[] = {
     "WriteDataToLocal(RW_VAR*)",
 };
 
-std::string run(const std::string &command)
-{
-    return runCommand(command);
-}
-
 }  // namespace
 
 TEST(ExportedSymbols, ExactlyTheRuntimeInterfaceUnderItsSoname)
@@ -80,7 +66,8 @@ TEST(ExportedSymbols, ExactlyTheRuntimeInterfaceUnderItsSoname)
     // Demangled name -> nm type letters seen for it (constructors and the
     // destructor appear twice, as complete- and base-object aliases).
     std::map<std::string, std::string> got;
-    std::istringstream nm(run(std::string(RV_NM) + " -D --defined-only -C '" RV_LIBRARY "' 2>&1"));
+    std::istringstream nm(
+        runCommand(std::string(RV_NM) + " -D --defined-only -C '" RV_LIBRARY "' 2>&1"));
     for (std::string line; std::getline(nm, line);) {
         const size_t a = line.find(' ');  // "<address> <type> <name with spaces>"
         if (a != std::string::npos && a + 3 <= line.size())
@@ -102,7 +89,7 @@ TEST(ExportedSymbols, ExactlyTheRuntimeInterfaceUnderItsSoname)
             << sym.first << " has type " << sym.second;
     }
 
-    const std::string dynamic = run(std::string(RV_READELF) + " -d '" RV_LIBRARY "' 2>&1");
+    const std::string dynamic = runCommand(std::string(RV_READELF) + " -d '" RV_LIBRARY "' 2>&1");
     EXPECT_NE(dynamic.find("Library soname: [libQuorvel_RV_Series.so.1]"), std::string::npos)
         << dynamic;
     // A call through dlopen and dlsym, with a Qt argument, as the runtime makes it.

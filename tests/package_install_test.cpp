@@ -6,13 +6,10 @@
 
 #include <gtest/gtest.h>
 
-#include "support/run_command.h"
-
-#include <cstdio>
 #include <cstdlib>
-#include <string>
 
 #include "driver/records.h"
+#include "support/run_command.h"
 
 namespace {
 
@@ -74,27 +71,16 @@ TEST(PackageInstall, PackagesUnpackLoadAndHoldExactlyTheirFiles)
     EXPECT_EQ(run("cut -d' ' -f1-3 '" + scratch.path + "/ctl/shlibs'"),
               "libQuorvel_RV_Series 1 libquorvel-rv-series1");
 
-    const std::string path = root + "/" + lib;
-    void *h = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    // The soname is checked by the shlibs line above (made from it), the
+    // exported set on the built library by exports_test.
+    void *h = dlopen((root + "/" + lib).c_str(), RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(h, nullptr) << dlerror();
-    // The loader matches a bare name against the sonames of loaded objects.
-    void *bySoname = dlopen("libQuorvel_RV_Series.so.1", RTLD_NOW | RTLD_NOLOAD);
-    EXPECT_EQ(bySoname, h) << "soname is not libQuorvel_RV_Series.so.1";
-    if (bySoname)
-        dlclose(bySoname);
-    for (const char *name : {"SetComInfo", "RegistCallBackFuncIntf", "FlashLocalRegister",
-                             "AddListReadVar", "QueryFinishFlag", "PLCAddressChangeIntef",
-                             "ComCommunication", "DataCom", "AddListWriteVar",
-                             "AddListOnceReadVar", "ReCreatReadVarList", "GetRegisterData",
-                             "SetRegisterData", "PLC_driver", "LB", "LW", "RWI"}) {
-        Dl_info info;
-        void *sym = dlsym(h, name);
-        ASSERT_TRUE(sym && dladdr(sym, &info)) << name;
-        // From the unpacked copy, not from anything already loaded.
-        EXPECT_EQ(std::string(info.dli_fname).rfind(root, 0), 0u) << name << " " << info.dli_fname;
-    }
-    typedef int (*AddressOf)(int, QString);
-    EXPECT_EQ(reinterpret_cast<AddressOf>(dlsym(h, "PLCAddressChangeIntef"))(0, "17"), 15);
+    void *change = dlsym(h, "PLCAddressChangeIntef");
+    Dl_info info;
+    ASSERT_TRUE(change && dladdr(change, &info));
+    // From the unpacked copy, not from anything already loaded.
+    EXPECT_EQ(std::string(info.dli_fname).rfind(root, 0), 0u) << info.dli_fname;
+    EXPECT_EQ(reinterpret_cast<int (*)(int, QString)>(change)(0, "17"), 15);  // X is octal
     dlclose(h);
 
     // A build without the tools makes the runtime package only.
@@ -103,8 +89,8 @@ TEST(PackageInstall, PackagesUnpackLoadAndHoldExactlyTheirFiles)
     const std::string tools = scratch.path + "/tools";
     ASSERT_EQ(run("dpkg -x '" + toolsDeb + "' '" + tools + "'; echo $?"), "0");
     const std::string toolsDoc = "-rw-r--r-- ./usr/share/doc/quorvel-rv-tools/";
-    EXPECT_EQ(files(tools), "-rwxr-xr-x ./usr/bin/rvpoll\n-rwxr-xr-x ./usr/bin/rvsim\n" +
-                                toolsDoc + "changelog.Debian.gz\n" + toolsDoc + "copyright");
+    EXPECT_EQ(files(tools), "-rwxr-xr-x ./usr/bin/rvpoll\n-rwxr-xr-x ./usr/bin/rvsim\n" + toolsDoc +
+                                "changelog.Debian.gz\n" + toolsDoc + "copyright");
     EXPECT_NE(run("dpkg-deb -f '" + toolsDeb + "' Depends")
                   .find("libquorvel-rv-series1 (= " + version + ")"),
               std::string::npos);
