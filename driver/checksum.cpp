@@ -33,6 +33,10 @@ int CalLRC(unsigned char *data, unsigned short count)
 
 int CalXOR(unsigned char *data, unsigned short count)
 {
+    // The only one that reads a byte even for count 0: a missing buffer
+    // has no first byte to give back.
+    if (!data)
+        return 0;
     int x = data[0];
     for (unsigned int i = 1; i < count; ++i)
         x ^= data[i];

@@ -21,6 +21,7 @@ TEST(Checksum, KnownAnswersWidthsAndHexDigits)
     EXPECT_EQ(on(CalLRC, QByteArray::fromHex("8080"), 2), 256);  // not reduced to 0
     EXPECT_EQ(on(CalXOR, QByteArray::fromHex("1234"), 2), 0x26);
     EXPECT_EQ(on(CalXOR, QByteArray::fromHex("1234"), 0), 0x12);
+    EXPECT_EQ(CalXOR(nullptr, 0), 0);
 
     const char digits[] = "0123456789ABCDEF";
     for (int i = 0; i < 16; ++i) {
