@@ -130,7 +130,8 @@ TEST(PollingLoop, NoWriteLostWhileOtherThreadsWork)
     AddListReadVar(&cyclic);
 
     // The loop runs here while three threads queue writes and one-off reads
-    // and read the mirror.
+    // and read the mirror. They yield after each call so that a serialising
+    // runner (Valgrind) still gives the loop its turns.
     std::atomic<bool> stop(false);
     QMap<int, int> lastSet, lastQueued;  // each owned by one writer thread
     std::thread setter([&] {
@@ -138,6 +139,7 @@ TEST(PollingLoop, NoWriteLostWhileOtherThreadsWork)
             QByteArray v = QByteArray().append(char(n & 0xFF)).append(char((n >> 8) & 0x7F));
             SetRegisterData("D", 14, QString::number(100 + n % 20), 1, &v, 1, 0, 0);
             lastSet[100 + n % 20] = n & 0x7FFF;
+            std::this_thread::yield();
         }
     });
     std::thread queuer([&] {
@@ -147,6 +149,7 @@ TEST(PollingLoop, NoWriteLostWhileOtherThreadsWork)
             w.rwMode = 1;
             AddListWriteVar(&w, 0);
             lastQueued[200 + n % 10] = (n & 0xFF) | 0x1100;
+            std::this_thread::yield();
         }
     });
     std::thread oncer([&] {
@@ -154,9 +157,10 @@ TEST(PollingLoop, NoWriteLostWhileOtherThreadsWork)
             RW_VAR o = onceRead("0", 1, n % 7);
             AddListOnceReadVar(&o, 0);
             get(14, "0", 32);
+            std::this_thread::yield();
         }
     });
-    for (int round = 0; round < 1000; ++round)
+    for (int round = 0; round < 300; ++round)
         pollOnce(peer);
     stop = true;
     setter.join();
