@@ -60,18 +60,18 @@ std::vector<Polled> pollVariables(const QList<VarInfo> &vars, bool withNames)
     return polled;
 }
 
-bool fitRequestToArea(RW_VAR &request)
+bool fitRequestToArea(int areaType, int address, int &count)
 {
-    const long long capacity = areaCapacity(request.areaType);
-    const long long start = request.address;
-    if (start < 0 || request.count < 1 || start >= capacity)
+    const long long capacity = areaCapacity(areaType);
+    const long long start = address;
+    if (start < 0 || count < 1 || start >= capacity)
         return false;
     // A bit request counts bytes of 8 elements from its start.
-    const long long room = isBitArea(request.areaType) ? (capacity - start) / 8 : capacity - start;
+    const long long room = isBitArea(areaType) ? (capacity - start) / 8 : capacity - start;
     if (room < 1)
         return false;
-    if (request.count > room)
-        request.count = int(room);
+    if (count > room)
+        count = int(room);
     return true;
 }
 

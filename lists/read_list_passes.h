@@ -61,10 +61,10 @@ struct Polled {
 // The variables in list order. The names are looked at only when asked for.
 std::vector<Polled> pollVariables(const QList<VarInfo> &vars, bool withNames);
 
-// Cuts a request in frame units (bit areas: bit address and bytes; word
-// areas: registers) so that it ends inside its area. False when nothing of
-// it is left.
-bool fitRequestToArea(RW_VAR &request);
+// Cuts a request's count in frame units (bit areas: bit address and bytes;
+// word areas: registers) so that it ends inside its area. False when nothing
+// of it is left.
+bool fitRequestToArea(int areaType, int address, int &count);
 
 // The block request every pass starts from: owner 0/-1, read, this
 // rebuild's link fields, empty value.

@@ -115,17 +115,14 @@ std::vector<Piece> variablePieces(const std::vector<Polled> &polled, int blockUn
                                   int(total)))
             continue;
 
-        RW_VAR request;
-        request.areaType = item.areaType;
         const int step = byBytes ? 8 : 1;
         cutPieces(total, blockUnits, [&](long long offset, long long size) {
-            request.address = int(start + step * offset);
-            request.count = int(size);
-            if (!fitRequestToArea(request))
+            const int address = int(start + step * offset);
+            int count = int(size);
+            if (!fitRequestToArea(item.areaType, address, count))
                 return false;  // later pieces lie further past the end
-            const Piece p = {
-                ReadKeySet::key(item.station, item.areaType, request.address, request.count),
-                int(i), request.address, request.count};
+            const Piece p = {ReadKeySet::key(item.station, item.areaType, address, count), int(i),
+                             address, count};
             pieces.push_back(p);
             return true;
         });

@@ -14,6 +14,7 @@
 #include "localarea/local_area.h"
 #include "support/driver_reset.h"
 #include "support/replies.h"
+#include "support/variable.h"
 
 namespace {
 
@@ -24,14 +25,9 @@ const char *const areaNames[] = {"X",   "Y",  "M",  "S",   "T",   "C",  "ET",  "
 // `text` stands in for the address when given (hostile or garbage addresses).
 VarInfo var(int areaType, int address, int count, int station = 1, const char *text = nullptr)
 {
-    VarInfo v;
-    v.areaType = (unsigned char)areaType;
-    v.station = (unsigned char)station;
-    v.addressText =
-        text ? QString::fromLatin1(text) : QString::number(address, areaType <= 1 ? 8 : 10);
-    v.areaName = QString::fromLatin1(areaType < 26 ? areaNames[areaType] : "?");
-    v.count = count;
-    return v;
+    const QByteArray number = QByteArray::number(address, areaType <= 1 ? 8 : 10);
+    return variable(areaType < 26 ? areaNames[areaType] : "?", areaType,
+                    text ? text : number.constData(), count, station);
 }
 
 typedef std::vector<std::vector<int>> Blocks;  // (station, address, count) per entry
@@ -247,7 +243,8 @@ struct Reference {
                     return std::tie(p.station, p.areaType, p.address, p.count) ==
                            std::tie(o.station, o.areaType, o.address, o.count);
                 };
-                if (fitRequestToArea(p) && std::none_of(out.begin(), out.end(), same))
+                if (fitRequestToArea(p.areaType, p.address, p.count) &&
+                    std::none_of(out.begin(), out.end(), same))
                     out.append(p);
             }
         }
