@@ -47,11 +47,13 @@ _rv_root()
 # cache) fail at once, so those are tried again for up to the same 300 s.
 _rv_apt()
 {
-    local - waited=0 rc
+    local - waited=0 rc line
     set -o pipefail
     while :; do
         rc=0
-        RV_APT_OUTPUT=$("$@" -o DPkg::Lock::Timeout=300 2>&1 | tee /dev/stderr) || rc=$?
+        # (Not tee /dev/stderr: reopening a redirected stderr writes over it.)
+        RV_APT_OUTPUT=$("$@" -o DPkg::Lock::Timeout=300 2>&1 |
+            while IFS= read -r line; do printf '%s\n' "$line" >&2; printf '%s\n' "$line"; done) || rc=$?
         if [ $rc -eq 0 ] || [ $waited -ge 300 ] || ! grep -q 'Could not get lock' <<<"$RV_APT_OUTPUT"; then
             break
         fi
