@@ -15,8 +15,10 @@
 
 RV_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 RV_JOBS=${RV_JOBS:-2}
+# dpkg-dev and help2man: the package install test makes packages with
+# manual pages from the native build.
 RV_BASE_PACKAGES=(cmake g++ make pkg-config qtbase5-dev libmodbus-dev libgtest-dev googletest
-                  libgmock-dev libbenchmark-dev libserialport-dev)
+                  libgmock-dev libbenchmark-dev libserialport-dev dpkg-dev help2man)
 
 rv_log()
 {
