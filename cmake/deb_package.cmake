@@ -37,7 +37,6 @@ configure_file(${CMAKE_CURRENT_SOURCE_DIR}/packaging/make-debs.conf.in ${RV_DEB_
 set(RV_DEB_DOCS ${CMAKE_CURRENT_BINARY_DIR}/deb-docs)
 configure_file(${CMAKE_CURRENT_SOURCE_DIR}/packaging/changelog.in
   ${RV_DEB_DOCS}/changelog.Debian @ONLY)
-find_program(RV_GZIP gzip REQUIRED)
 execute_process(COMMAND ${RV_GZIP} -9nf ${RV_DEB_DOCS}/changelog.Debian)
 foreach(pkg runtime dev tools)
   if(pkg STREQUAL runtime)

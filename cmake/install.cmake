@@ -17,6 +17,9 @@ include(GNUInstallDirs)
 # every test and benchmark of the tree.
 set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
 
+# Changelogs and manual pages are installed compressed.
+find_program(RV_GZIP gzip REQUIRED)
+
 # A shared library is not a program: 0644 keeps Debian's checks quiet.
 install(TARGETS Quorvel_RV_Series
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}

@@ -7,7 +7,6 @@ if(NOT RV_HELP2MAN)
   message(STATUS "help2man not found: no manual pages for ${RV_TOOL_TARGETS}")
   return()
 endif()
-find_program(RV_GZIP gzip REQUIRED)
 
 set(RV_MAN_DIR ${CMAKE_BINARY_DIR}/man)
 set(rv_man_name_rvpoll "poll Quorvel RV-series controllers through the driver, as a panel runtime does")
