@@ -327,18 +327,25 @@ void ModbusServer::handle(std::vector<uint8_t> &frame)
     const int station = frame[0];
     int function = -1, address = -1, count = -1;
     requestTarget(frame, function, address, count);
-    std::string outcome = handleFrame(frame, station, function, address, count);
+    std::vector<uint8_t> reply;
+    const std::string outcome = handleFrame(frame, station, function, address, count, reply);
     Logger log;
     {
         std::lock_guard<std::mutex> hold(stateMutex_);
         log = logger_;
     }
+    // Logged before the reply goes out, so a master that has its answer
+    // finds the line already written.
     if (log)
         log(LogEntry{station, function, address, count, outcome});
+    if (reply.empty() || !running_)
+        return;
+    writeLine(reply.data(), reply.size());
+    ++replies_;
 }
 
 std::string ModbusServer::handleFrame(std::vector<uint8_t> &frame, int station, int function,
-                                      int address, int count)
+                                      int address, int count, std::vector<uint8_t> &send)
 {
     int slave = -1;
     {
@@ -426,10 +433,7 @@ std::string ModbusServer::handleFrame(std::vector<uint8_t> &frame, int station, 
     }
     if (fault != FaultNone)
         ++faults_;
-    if (!running_)
-        return outcome + ", not sent (stopping)";
-    writeLine(reply, n);
-    ++replies_;
+    send.assign(reply, reply + n);
     return outcome;
 }
 

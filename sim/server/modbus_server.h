@@ -134,8 +134,9 @@ private:
     bool readByte(uint8_t &byte, int timeoutMs);
     void drainLine();
     void handle(std::vector<uint8_t> &frame);
+    // What becomes of one frame; the bytes to send back land in `send`.
     std::string handleFrame(std::vector<uint8_t> &frame, int station, int function, int address,
-                            int count);
+                            int count, std::vector<uint8_t> &send);
     void applyRequest(const uint8_t *req, int length);
     Fault chooseFault(int &delayMs);
     int refusal(int function, int address, int count) const;
