@@ -18,7 +18,7 @@ RV_JOBS=${RV_JOBS:-2}
 # dpkg-dev and help2man: the package install test makes packages with
 # manual pages from the native build.
 RV_BASE_PACKAGES=(cmake g++ make pkg-config qtbase5-dev libmodbus-dev libgtest-dev googletest
-                  libgmock-dev libbenchmark-dev libserialport-dev dpkg-dev help2man)
+                  libgmock-dev libbenchmark-dev libserialport-dev libcli11-dev dpkg-dev help2man)
 
 rv_log()
 {
