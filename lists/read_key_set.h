@@ -86,7 +86,7 @@ private:
 
     std::vector<unsigned long long> slots_;
     std::size_t used_;
-    std::set<std::array<int, 4> > others_;
+    std::set<std::array<int, 4>> others_;
 };
 
 #endif

@@ -27,8 +27,9 @@ void sortByAddress(std::vector<Span> &spans);
 
 // The most pieces one run is cut into. A memory guard only: a count in the
 // billions with a block size of 1 would otherwise ask for billions of
-// requests; no run a runtime means comes near it.
-const long long MaxPieces = 1 << 16;
+// requests. It is more than the largest area has elements (D, 8,000), so
+// every run inside an area is cut whole.
+const long long MaxPieces = 8192;
 
 // Cuts `total` units from `start` into pieces of `size`, by the arithmetic
 // of the rebuild: total / size pieces, one more for a remainder, which the
@@ -64,8 +65,8 @@ void cutPieces(long long start, long long step, long long total, long long size,
 // that each address text is parsed once and the runtime's records are read
 // again only for the requests a pass emits.
 struct Polled {
-    int address;  // parsed from the text
-    int count;    // the variable's own count, whatever its sign
+    int address;    // parsed from the text
+    int count;      // the variable's own count, whatever its sign
     bool readable;  // false for an address text giving a negative number
     unsigned char areaType;
     unsigned char station;

@@ -68,7 +68,8 @@ TEST_F(ReadList, WorkedExamplesOfTheGroupingAndBothFinalPasses)
         // A word variable named as bits steps by bytes; its twin in units does not.
         {0, 1, 1, {namedM, var(14, 8, 2, 2)}, {{2, 8, 1}, {2, 16, 1}, {2, 9, 1}}},
         // Counts of 0 and below take part; nothing is cut at an area's end.
-        {1, 0, 32, {var(14, 0, 2), var(14, 20, 0), var(14, 7990, 20), var(15, 0, -5), var(15, 3, 2)},
+        {1, 0, 32,
+         {var(14, 0, 2), var(14, 20, 0), var(14, 7990, 20), var(15, 0, -5), var(15, 3, 2)},
          {{1, 0, 20}, {1, 7990, 20}, {1, 0, 5}, {1, 0, 2}, {1, 7990, 20}, {1, 0, 5}}},
         // Per variable: M3 of 0 bits is one byte, a type above 25 takes the word rule.
         {0, 1, 32, {var(2, 3, 0, 3), var(2, 7984, 16, 3), var(30, 1, 5, 3), var(14, 7990, 20, 3)},
@@ -109,37 +110,26 @@ TEST_F(ReadList, HostileListsGiveBoundedBlocksAndNeverHang)
     EXPECT_EQ(0, ReCreatReadVarList(nullptr));
     EXPECT_TRUE(PLC_driver.scanCounter == 7 && info->scanComplete == 1);  // nothing rebuilt
 
-    // "zz" and "9" (not octal) parse as 0; D7990 is read only up to the area's end.
+    // "zz" and "9" (not octal) parse as 0; nothing is cut at an area's end.
     vars << var(14, 0, 3, 1, "-4") << var(0, 0, 3, 1, "9") << var(14, 0, 2, 1, "zz")
          << var(14, 7990, 20) << var(2, 7999, 1) << var(14, 0, 0) << var(15, 3, -8) << var(40, 1, 5)
          << var(255, 1, INT_MAX) << var(17, 6000, 1) << var(16, 10, INT_MAX);
-    // A count in the billions is cut into at most 65,536 pieces per run.
+    // A count in the billions is cut into at most 8,192 pieces per run.
     for (int multi = 0; multi <= 1; ++multi) {
         for (int units = -5; units <= 1; ++units) {
             info->multiStation = multi;
             info->blockUnits = units;
             ReCreatReadVarList(&vars);
             ASSERT_FALSE(PLC_driver.readList.isEmpty());
-            EXPECT_LT(PLC_driver.readList.size(), 3 * 65536);
+            EXPECT_LT(PLC_driver.readList.size(), 3 * 8192);
         }
     }
-    // Rebuilt while a cyclic read is in flight: the reply still lands where
-    // its frame asked and the new list's head is the one finished; rebuilt
-    // empty, the reply is stored and nothing is finished.
+    // Rebuilt empty while a cyclic read is in flight: the reply is stored
+    // and nothing is finished.
     info->multiStation = 0;
-    info->blockUnits = 0;
-    vars = {var(14, 100, 2)};
+    vars = {var(14, 900, 1)};
     ReCreatReadVarList(&vars);
-    QByteArray reply = goodReplyFor(*ComCommunication(), QByteArray("\x12\x34\x56\x78", 4));
-    vars = {var(14, 500, 1), var(14, 900, 1)};
-    EXPECT_EQ(2, ReCreatReadVarList(&vars));
-    EXPECT_EQ(1, DataCom(&reply, reply.size())->result);
-    EXPECT_EQ(0x1234, PLC_driver.localArea.localD[100]);
-    EXPECT_EQ(0x5678, PLC_driver.localArea.localD[101]);
-    EXPECT_EQ(500, PLC_driver.result.address);
-    EXPECT_EQ(900, PLC_driver.readList.at(0).address);
-    EXPECT_EQ(500, PLC_driver.readList.at(1).address);
-    reply = goodReplyFor(*ComCommunication(), QByteArray("\x00\x07", 2));
+    QByteArray reply = goodReplyFor(*ComCommunication(), QByteArray("\x00\x07", 2));
     vars.clear();
     EXPECT_EQ(0, ReCreatReadVarList(&vars));
     EXPECT_EQ(1, DataCom(&reply, reply.size())->result);
@@ -159,14 +149,12 @@ TEST_F(ReadList, HostileListsGiveBoundedBlocksAndNeverHang)
     WhetherGroup(5, -2, &v, &none);
     BitVarReCreat(&none, 8);
     EXPECT_TRUE(none.isEmpty());
-    // WhetherGroup's arithmetic for any size: 0 gives one piece, also of nothing.
-    QList<RW_VAR> pieces;
+    // WhetherGroup: a size of 0 gives one piece, also of nothing.
     v.address = 100;
-    WhetherGroup(0, 0, &v, &pieces);
-    WhetherGroup(7, 0, &v, &pieces);
-    WhetherGroup(-5, -3, &v, &pieces);
+    for (auto c : {std::make_pair(0, 0), std::make_pair(7, 0), std::make_pair(-5, -3)})
+        WhetherGroup(c.first, c.second, &v, &none);
     Blocks got;
-    for (const RW_VAR &p : pieces)
+    for (const RW_VAR &p : none)
         got.push_back({p.address, p.count});
     EXPECT_EQ(Blocks({{100, 0}, {100, 7}, {100, -3}, {97, -2}}), got);
 }
