@@ -31,13 +31,10 @@ void sortByAddress(std::vector<Span> &spans);
 // every run inside an area is cut whole.
 const long long MaxPieces = 8192;
 
-// Cuts `total` units from `start` into pieces of `size`, by the arithmetic
-// of the rebuild: total / size pieces, one more for a remainder, which the
-// last piece holds (size when there is none); a size of 0 gives one piece of
-// total; fewer than one piece gives nothing. Piece k starts at
-// start + step * k * size. Calls piece(address, count) in order until it
-// returns false, a piece would start outside the int range, or MaxPieces
-// pieces were made.
+// The number of pieces of `size` that `total` units are cut into, by the
+// arithmetic of the lists: total / size, one more for a remainder, which the
+// last piece holds (`last`; size when there is none). A size of 0 gives one
+// piece of total. Below 1 means no piece.
 inline long long pieceCount(long long total, long long size, long long &last)
 {
     if (size == 0) {
@@ -48,6 +45,10 @@ inline long long pieceCount(long long total, long long size, long long &last)
     return total / size + (total % size ? 1 : 0);
 }
 
+// Cuts `total` units from `start` into those pieces; piece k starts at
+// start + step * k * size. Calls piece(address, count) in order until it
+// returns false, a piece would start outside the int range, or MaxPieces
+// pieces were made.
 template <class Piece>
 void cutPieces(long long start, long long step, long long total, long long size, Piece piece)
 {

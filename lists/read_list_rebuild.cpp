@@ -23,7 +23,7 @@ void prefetchTexts(const VarInfo &item)
 }
 
 // The smallest whole number of bytes at or above `bits` / 8, for any sign.
-long long bytesFor(long long bits)
+long long ceilBytes(long long bits)
 {
     return bits >= 0 ? (bits + 7) / 8 : -(-bits / 8);
 }
@@ -55,7 +55,7 @@ int mergeArea(const std::vector<Span> &pieces, const QList<VarInfo> &vars, const
                     if (e - B > limit || !sameGroup)
                         open = true;
                     else
-                        b.count = int(bytesFor(e - B));
+                        b.count = int(ceilBytes(e - B));
                 } else {
                     open = !sameGroup;
                 }
@@ -63,7 +63,7 @@ int mergeArea(const std::vector<Span> &pieces, const QList<VarInfo> &vars, const
                 if (e - B > limit)
                     open = true;
                 else
-                    b.count = int(bits ? bytesFor(e - B) : e - B);
+                    b.count = int(bits ? ceilBytes(e - B) : e - B);
             }
             if (!open)
                 continue;
@@ -71,7 +71,7 @@ int mergeArea(const std::vector<Span> &pieces, const QList<VarInfo> &vars, const
         // A bit block reads whole bytes from the byte holding the first bit.
         RW_VAR blockRequest =
             requestFor(tmpl, vars.at(p.item), station, bits ? p.address & ~7 : p.address,
-                       bits ? int(bytesFor((p.address & 7) + (long long)p.count)) : p.count);
+                       bits ? int(ceilBytes((p.address & 7) + (long long)p.count)) : p.count);
         last = AddListReadVar(&blockRequest);
         block = readList.size() - 1;
     }
@@ -87,7 +87,7 @@ struct Piece {
 // The bytes holding `count` bits from bit `a`, as the per-variable pass
 // counts them: (a mod 8 + count) / 8, one more for a part byte, or always
 // one more (`extraByte`, for a variable named as a bit area).
-long long bytesOf(int a, int count, bool extraByte)
+long long variableBytes(int a, int count, bool extraByte)
 {
     const long long bits = (a & 7) + (long long)count;
     return bits / 8 + (extraByte || bits % 8 ? 1 : 0);
@@ -112,13 +112,13 @@ std::vector<Piece> variablePieces(const std::vector<Polled> &polled, int blockUn
         bool byBytes = false;
         if (isBitArea(item.areaType)) {
             start = a & ~7;
-            total = bytesOf(a, count, false);
+            total = variableBytes(a, count, false);
             byBytes = true;
         }
         if (item.bitName) {
             // Bit variables named as such read one byte more than they need.
             start = a & ~7;
-            total = bytesOf(a, count, true);
+            total = variableBytes(a, count, true);
             byBytes = true;
         } else if (!item.fsName) {
             start = a;
