@@ -27,9 +27,10 @@ void sortByAddress(std::vector<Span> &spans);
 
 // The most pieces one run is cut into. A memory guard only: a count in the
 // billions with a block size of 1 would otherwise ask for billions of
-// requests. It is more than the largest area has elements (D, 8,000), so
-// every run inside an area is cut whole.
-const long long MaxPieces = 8192;
+// requests. It is as many as a 16-bit count can number, far more than the
+// largest area has elements (D, 8,000), so every run inside an area, and
+// every run a frame's quantity can describe, is cut whole.
+const long long MaxPieces = 65536;
 
 // The number of pieces of `size` that `total` units are cut into, by the
 // arithmetic of the lists: total / size, one more for a remainder, which the

@@ -114,14 +114,14 @@ TEST_F(ReadList, HostileListsGiveBoundedBlocksAndNeverHang)
     vars << var(14, 0, 3, 1, "-4") << var(0, 0, 3, 1, "9") << var(14, 0, 2, 1, "zz")
          << var(14, 7990, 20) << var(2, 7999, 1) << var(14, 0, 0) << var(15, 3, -8) << var(40, 1, 5)
          << var(255, 1, INT_MAX) << var(17, 6000, 1) << var(16, 10, INT_MAX);
-    // A count in the billions is cut into at most 8,192 pieces per run.
+    // A count in the billions is cut into at most 65,536 pieces per run.
     for (int multi = 0; multi <= 1; ++multi) {
         for (int units = -5; units <= 1; ++units) {
             info->multiStation = multi;
             info->blockUnits = units;
             ReCreatReadVarList(&vars);
             ASSERT_FALSE(PLC_driver.readList.isEmpty());
-            EXPECT_LT(PLC_driver.readList.size(), 3 * 8192);
+            EXPECT_LT(PLC_driver.readList.size(), 3 * 65536);
         }
     }
     // Rebuilt empty while a cyclic read is in flight: the reply is stored
