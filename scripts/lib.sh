@@ -181,7 +181,7 @@ rv_qt4_qmake()
     done
     [ -n "$script" ] || rv_die "no shared/qt4/build-qt4 beside the clone: give a Qt 4.8 with --qt4-qmake PATH"
     rv_require_packages g++ make perl xz-utils
-    [ "$arch" = armhf ] && rv_require_packages crossbuild-essential-armhf
+    if [ "$arch" = armhf ]; then rv_require_packages crossbuild-essential-armhf; fi
     prefix=${XDG_CACHE_HOME:-$HOME/.cache}/quorvel-rv/qt4-$arch
     start=$(date +%s)
     rv_log "Qt 4.8 for $arch in $prefix (the first build takes several minutes)"
@@ -189,10 +189,11 @@ rv_qt4_qmake()
     # (sleep holds no output open, so nothing waits on it once killed.)
     ( while sleep 60 >/dev/null 2>&1; do _rv_qt4_elapsed "$start" "still building"; done ) &
     ticker=$!
-    "$script" "$arch" "$prefix" 2>&1 | while IFS= read -r line; do _rv_qt4_elapsed "$start" "$line"; done
-    rc=${PIPESTATUS[0]}
+    rc=0
+    "$script" "$arch" "$prefix" 2>&1 | while IFS= read -r line; do _rv_qt4_elapsed "$start" "$line"; done ||
+        rc=$?
     kill "$ticker" 2>/dev/null
-    wait "$ticker" 2>/dev/null
+    wait "$ticker" 2>/dev/null || true
     [ "$rc" -eq 0 ] || rv_die "could not build Qt 4.8 for $arch (log: $prefix/build-qt4.log)"
     RV_QT4_QMAKE=$prefix/bin/qmake
     export RV_QT4_QMAKE
