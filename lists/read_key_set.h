@@ -67,12 +67,12 @@ private:
         return std::size_t(h) & (size - 1);
     }
 
-    static unsigned long long &find(std::vector<unsigned long long> &slots, unsigned long long key)
+    static unsigned long long &find(std::vector<unsigned long long> &table, unsigned long long key)
     {
-        const std::size_t mask = slots.size() - 1;
-        for (std::size_t i = home(key, slots.size());; i = (i + 1) & mask)
-            if (slots[i] == 0 || slots[i] == key)
-                return slots[i];
+        const std::size_t mask = table.size() - 1;
+        for (std::size_t i = home(key, table.size());; i = (i + 1) & mask)
+            if (table[i] == 0 || table[i] == key)
+                return table[i];
     }
 
     void grow()
