@@ -110,8 +110,6 @@ QString areaNameOf(int areaType)
     return isArea(areaType) ? QString(kAreaNames[areaType]) : QString();
 }
 
-bool isOctalArea(int areaType) { return areaType == 0 || areaType == 1; }
-
 QString addressTextOf(int areaType, int address)
 {
     return QString::number(address, isOctalArea(areaType) ? 8 : 10);

@@ -83,7 +83,7 @@ extern "C" int AddListOnceReadVar(RW_VAR *var, int mode)
         var->address = int(start);
         var->count = int(total);
         step = 8;
-        if (var->areaType <= 1)
+        if (isOctalArea(var->areaType))
             size = 1;  // X and Y are read one byte per frame
     }
 

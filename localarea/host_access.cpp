@@ -11,12 +11,6 @@ namespace {
 
 enum { QueueWrites = 2 };
 
-// Queued bit writes exist for Y to HSC only; X and SEM are read-only here.
-bool isQueuedBitArea(int areaType)
-{
-    return areaType >= 1 && areaType <= 12;
-}
-
 // Queues one write; while the controller is not answering, the frame
 // builder leaves the local area alone, so the value is applied here.
 int queueWrite(RW_VAR &request)
@@ -115,9 +109,9 @@ int SetRegisterData(QString areaName, int areaType, QString addressText, int sta
         return 1;
     }
 
-    const bool bits = isQueuedBitArea(areaType);
-    if ((!bits && !isWordArea(areaType)) || !clampToArea(areaType, start, count))
+    if (!takesQueuedWrite(areaType) || !clampToArea(areaType, start, count))
         return 0;
+    const bool bits = isBitArea(areaType);
 
     int pending = 0;
     if (bits) {

@@ -18,6 +18,7 @@
 
 namespace {
 
+// Written out here, not taken from the driver's area table: the test's oracle.
 const char *const areaNames[] = {"X",   "Y",  "M",  "S",   "T",   "C",  "ET",  "SM", "HM",
                                  "HS",  "HT", "HC", "HSC", "SEM", "D",  "TD",  "CD", "FD",
                                  "ETD", "SD", "HD", "SFD", "ID",  "QD", "HSD", "FS"};
