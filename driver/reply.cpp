@@ -2,6 +2,7 @@
 // finishing the request, call-backs and the return code.
 #include <climits>
 
+#include "call_back.h"
 #include "checksum.h"
 #include "driver_object.h"
 #include "locks.h"
@@ -40,13 +41,6 @@ int classifyReply(QByteArray *reply, int length, int *check)
     return *check == ReplyBad ? LocalCheckFailed : LocalGood;
 }
 
-struct CallBackCall {
-    bool pending = false;
-    int ownerType = 0;
-    int ownerId = 0;
-    int status = 0;
-};
-
 // Removes from `list` every request of `station`.
 void dropStation(QList<RW_VAR> &list, int station)
 {
@@ -57,7 +51,7 @@ void dropStation(QList<RW_VAR> &list, int station)
 
 // Finishes the request in flight by the list it came from; a one-off read
 // may owe its requester a call-back.
-void finishRequest(bool local, CallBackCall *call)
+void finishRequest(bool local, OwedCallBack *call)
 {
     Quorvel_RV_Series &d = PLC_driver;
     switch (d.currentKind) {
@@ -75,12 +69,8 @@ void finishRequest(bool local, CallBackCall *call)
                 repeated = d.onceReadList.at(i).ownerType == once.ownerType &&
                            d.onceReadList.at(i).ownerId == once.ownerId;
             // A requester with another read still pending hears once, at the end.
-            if (local && !repeated) {
-                call->pending = true;
-                call->ownerType = once.ownerType;
-                call->ownerId = once.ownerId;
-                call->status = commErrorSet() ? 2 : 1;
-            }
+            if (local && !repeated)
+                call->owe(once, commErrorSet() ? 2 : 1);
             passRetValue(once, d.result);
             d.onceReadList.removeFirst();
         }
@@ -165,8 +155,7 @@ int DealDataOfRemoteArea(QByteArray *reply, int length)
 extern "C" RW_VAR *DataCom(QByteArray *reply, int length)
 {
     Quorvel_RV_Series &d = PLC_driver;
-    CallBackCall call;
-    int context = 0;
+    OwedCallBack call;
 
     // listMutex is held from here to the end: the runtime's other threads
     // rebuild the cyclic list and reset the scan counters under it.
@@ -227,13 +216,9 @@ extern "C" RW_VAR *DataCom(QByteArray *reply, int length)
         }
     }
     d.result.result = code;
-    context = info->callbackContext;
-    const HostCallBack callback = d.callback;
+    call.address(d.callback, info->callbackContext);
     unlockMutex(d.listMutex);
 
-    // Made outside the lock, once the lists are final, so that the runtime
-    // may read values or queue new work from it.
-    if (call.pending && callback)
-        callback(context, call.ownerType, call.ownerId, call.status);
+    call.make();
     return &d.result;
 }

@@ -7,7 +7,7 @@
 #include "../driver/driver_object.h"
 #include "../driver/locks.h"
 #include "../localarea/local_area.h"
-#include "lists.h"
+#include "grouping_pass.h"
 #include "prefetch.h"
 #include "read_key_set.h"
 #include "read_list_passes.h"

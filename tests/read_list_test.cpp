@@ -9,7 +9,7 @@
 #include <tuple>
 #include <vector>
 
-#include "lists/lists.h"
+#include "lists/grouping_pass.h"
 #include "lists/read_list_passes.h"
 #include "localarea/local_area.h"
 #include "support/driver_reset.h"
