@@ -3,6 +3,7 @@
 // local-only mode, applied to the local area alone.
 #include "../driver/driver_object.h"
 #include "../driver/locks.h"
+#include "../lists/pieces.h"
 #include "accessors.h"
 #include "storage_mode.h"
 #include "store.h"
@@ -128,18 +129,17 @@ int SetRegisterData(QString areaName, int areaType, QString addressText, int sta
     // Words go in blocks of blockUnits; a block size below 1 means one
     // block for the whole count.
     const int unit = info.blockUnits > 0 ? info.blockUnits : count;
-    for (int done = 0; done < count;) {
-        const int words = qMin(unit, count - done);
-        request.address = start + done;
+    cutPieces(start, 1, count, unit, [&](int address, int words) {
+        request.address = address;
         request.count = words;
         request.value = QByteArray(2 * words, '\0');
-        const int from = 2 * done;
+        const int from = 2 * (address - start);
         const int available = qMin(2 * words, value->size() - from);
         for (int i = 0; i < available; ++i)
             request.value[i] = value->at(from + i);
         pending = queueWrite(request);
-        done += words;
-    }
+        return true;
+    });
     return pending;
 }
 
