@@ -12,6 +12,7 @@ struct PollStats {
     long long givenUp = 0;         // requests that ran out of retries
     long long scans = 0;           // complete passes over the read list
     long long linkLost = 0;        // times the port failed and was reopened
+    long long screened = 0;        // replies that did not answer their frame
     int lastCode = -1;             // result code of the last finished request
     double scanMs = 0;             // duration of the last complete scan
     double framesPerSecond = 0;

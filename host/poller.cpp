@@ -4,6 +4,8 @@
 
 #include <chrono>
 
+#include "examples/reply_screen.h"
+
 namespace {
 
 typedef std::chrono::steady_clock Clock;
@@ -149,11 +151,24 @@ bool Poller::exchange(Protocol *p)
     const SerialLink::Status status = link_.transact(frame, replyLength, reply);
     if (trace_ && replyLength != 0)
         traceBytes(reply, '<', '>');
+    // A reply that cannot answer this frame (a late answer to an earlier
+    // one) goes to the driver as no reply, so the frame is sent again.
+    const bool screened = !replyMatchesRequest(reinterpret_cast<const unsigned char *>(frame.constData()),
+                                               frame.size(),
+                                               reinterpret_cast<const unsigned char *>(reply.constData()),
+                                               reply.size());
+    if (screened) {
+        if (trace_)
+            fprintf(stderr, "<screened out: does not answer this frame>\n");
+        reply.clear();
+    }
     {
         std::lock_guard<std::mutex> lock(mutex_);
         ++stats_.framesSent;
         if (status == SerialLink::Lost)
             ++stats_.linkLost;
+        if (screened)
+            ++stats_.screened;
     }
     if (status == SerialLink::Lost) {
         fprintf(stderr, "rvpoll: link to %s lost, reopening\n", settings_.port.c_str());
