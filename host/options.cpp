@@ -26,15 +26,19 @@ const char *usageText()
            "  --multi-station  every variable names its station (1:D0-D9 2:D0-D9)\n"
            "  --vars FILE    variables from a file ('#' comments)\n"
            "  --write E=V    write before polling: D100=0x1234, D10=1,2,3, M5=1 (repeatable);\n"
-           "                 lines typed on standard input are written the same way\n"
+           "                 lines typed on a terminal are written the same way\n"
+           "  --writes-from-stdin  take writes from standard input also when it is no terminal\n"
+           "  --no-requeue   leave a write dropped by a give-up dropped (default: queue it again,\n"
+           "                 up to 5 times, once its station answers)\n"
            "  --once         one full scan, then exit     --scans N  N scans, then exit\n"
            "  --duration S   poll for S seconds           --interval-ms N  pause between scans, 100\n"
            "  --json         one JSON object per scan     --hex  words in hexadecimal\n"
            "  --echo         discard the echo of a 2-wire adapter\n"
            "  -v             trace frames: [01][03].. sent, <01><03>.. received\n"
            "  --lib PATH     driver library instead of libQuorvel_RV_Series.so.1\n"
-           "exit status: 0 ok, 1 the controller never answered (or --once/--scans ended on\n"
-           "a failed scan), 2 bad command line, port or driver\n";
+           "exit status: 0 ok; 1 the controller never answered, a requested value was never\n"
+           "read, a write did not land, the link was lost for good, or --once/--scans ended\n"
+           "on a failed scan; 2 bad command line, port or driver\n";
 }
 
 bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
@@ -56,6 +60,9 @@ bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
         if (arg == "--hex") { opts.hex = true; continue; }
         if (arg == "--echo") { opts.link.discardEcho = true; continue; }
         if (arg == "--multi-station") { opts.multiStation = true; continue; }
+        if (arg == "--writes-from-stdin") { opts.writesFromStdin = true; continue; }
+        if (arg == "--requeue") { opts.requeue = true; continue; }
+        if (arg == "--no-requeue") { opts.requeue = false; continue; }
         if (arg.startsWith("--")) {
             if (!hasValue) {
                 error = arg + " needs a value";

@@ -25,6 +25,8 @@ struct PollOptions {
     bool verbose = false;
     bool hex = false;
     bool help = false;
+    bool writesFromStdin = false;  // also when standard input is no terminal
+    bool requeue = true;           // queue writes a give-up dropped again
     std::string lib;           // empty: the soname through the RUNPATH
 };
 

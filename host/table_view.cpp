@@ -4,6 +4,7 @@
 #include <QDateTime>
 
 #include "localarea/local_area.h"
+#include "read_state.h"
 
 namespace {
 
@@ -22,6 +23,8 @@ int rowLength(int areaType)
 
 QString cell(int areaType, int value, bool hex)
 {
+    if (value == kUnknown)
+        return isBitArea(areaType) ? QString(" ?") : QString(hex ? "     --" : "--").rightJustified(7);
     if (isBitArea(areaType))
         return QString::number(value).rightJustified(2);
     if (hex)
@@ -29,9 +32,25 @@ QString cell(int areaType, int value, bool hex)
     return QString::number(value).rightJustified(7);
 }
 
+QString jsonString(const QString &text)
+{
+    QString out = text;
+    out.replace('\\', "\\\\").replace('"', "\\\"");
+    return '"' + out + '"';
+}
+
+QString jsonList(const QStringList &items)
+{
+    QStringList quoted;
+    for (int i = 0; i < items.size(); ++i)
+        quoted << jsonString(items.at(i));
+    return '[' + quoted.join(",") + ']';
+}
+
 }  // namespace
 
-ValueTable readValues(const DriverApi &api, const QList<VarSpec> &vars, int defaultStation)
+ValueTable readValues(const DriverApi &api, const QList<VarSpec> &vars, int defaultStation,
+                      const ReadState &state)
 {
     ValueTable table;
     for (int i = 0; i < vars.size(); ++i) {
@@ -48,7 +67,7 @@ ValueTable readValues(const DriverApi &api, const QList<VarSpec> &vars, int defa
                         (static_cast<unsigned char>(bytes.at(2 * k + 1)) << 8);
             else if (!word && k < bytes.size())
                 value = bytes.at(k) ? 1 : 0;
-            values.append(value);
+            values.append(state.known(v, k) ? value : kUnknown);
         }
         table.append(values);
     }
@@ -77,11 +96,12 @@ QString renderTable(const QList<VarSpec> &vars, const ValueTable &values, bool h
 }
 
 QString renderJson(const QList<VarSpec> &vars, const ValueTable &values, const PollStats &s,
-                   bool showStation)
+                   bool showStation, const QStringList &problems, const WriteCounts *writes,
+                   const QStringList &writeEvents)
 {
     QString out = QString("{\"scan\":%1,\"time\":\"%2\",\"scan_ms\":%3,\"frames_per_s\":%4,"
                           "\"frames\":%5,\"received\":%6,\"retries\":%7,\"given_up\":%8,"
-                          "\"last_code\":%9,\"last_meaning\":\"%10\",\"values\":{")
+                          "\"last_code\":%9,\"last_meaning\":\"%10\",\"link_up\":%11,\"values\":{")
                       .arg(s.scans)
                       .arg(QDateTime::currentDateTimeUtc().toString("yyyy-MM-ddThh:mm:ss.zzzZ"))
                       .arg(s.scanMs, 0, 'f', 2)
@@ -91,15 +111,29 @@ QString renderJson(const QList<VarSpec> &vars, const ValueTable &values, const P
                       .arg(s.retries)
                       .arg(s.givenUp)
                       .arg(s.lastCode)
-                      .arg(codeMeaning(s.lastCode));
+                      .arg(codeMeaning(s.lastCode))
+                      .arg(s.linkUp ? "true" : "false");
     bool first = true;
     for (int i = 0; i < vars.size() && i < values.size(); ++i) {
         for (int k = 0; k < values.at(i).size(); ++k) {
             if (!first)
                 out += ',';
             first = false;
-            out += QString("\"%1\":%2").arg(label(vars.at(i), k, showStation)).arg(values.at(i).at(k));
+            const int value = values.at(i).at(k);
+            out += QString("\"%1\":%2")
+                       .arg(label(vars.at(i), k, showStation))
+                       .arg(value == kUnknown ? QString("null") : QString::number(value));
         }
     }
-    return out + "}}";
+    out += "},\"problems\":" + jsonList(problems);
+    if (writes)
+        out += QString(",\"writes\":{\"written\":%1,\"failed\":%2,\"dropped\":%3,\"refused\":%4,"
+                       "\"pending\":%5},\"write_events\":")
+                   .arg(writes->written)
+                   .arg(writes->failed)
+                   .arg(writes->dropped)
+                   .arg(writes->refused)
+                   .arg(writes->pending) +
+               jsonList(writeEvents);
+    return out + "}";
 }

@@ -38,7 +38,7 @@ std::string readFile(const std::string &name)
 }
 
 // Those of `parts` that `text` lacks, each in brackets; empty when it has them all.
-std::string missing(const std::string &text, std::initializer_list<const char *> parts)
+std::string missing(const std::string &text, const std::vector<const char *> &parts)
 {
     std::string lacks;
     for (const char *part : parts)
@@ -182,15 +182,30 @@ TEST(ToolsTest, ScansReturnTheSimulatorsValuesFromOneOrSeveralStations)
     // read on its own.
     EXPECT_EQ(9, jsonValue(r.out, "1:D50")) << r.out;
     EXPECT_EQ(9, jsonValue(r.out, "2:D50")) << r.out;
+}
 
-    // A silent station is given up without stopping the others; the scan
-    // that failed makes the exit status 1.
-    r = run(
-        poll(sim.path(), "--multi-station --once --json --retries 0 --timeout-ms 50 1:D50 3:D50"));
-    EXPECT_EQ(1, r.status);
-    EXPECT_EQ(9, jsonValue(r.out, "1:D50")) << r.out;
-    EXPECT_EQ(0, jsonValue(r.out, "3:D50")) << r.out;
-    EXPECT_EQ(1, jsonValue(r.out, "given_up")) << r.out;
+TEST(ToolsTest, ValuesNeverReadAreNeverShownAsNumbers)
+{
+    Sim sim;
+    ASSERT_FALSE(sim.path().empty()) << sim.output();
+    const std::pair<std::string, std::vector<const char *>> cases[] = {
+        // A silent station is given up without stopping the others.
+        {"--multi-station --json --retries 0 --timeout-ms 50 1:D50 3:D50",
+         {"\"1:D50\":0", "\"3:D50\":null", "\"given_up\":1",
+          "D50 on station 3: no reply (code 41): check station"}},
+        // The wrong station.
+        {"--station 2 --retries 0 --timeout-ms 50 D0-D1", {"D0 |     --     --", "never read: D0-D1"}},
+        // Past the end of D (D0 to D7999).
+        {"D7998-D8001", {"D7998 |      0      0     --     --", "D8000-D8001: past the end of the D area",
+                         "never read: D8000-D8001"}},
+        // Station 0 is the broadcast address.
+        {"--station 0 D0", {"D0 |     --", "broadcast address"}},
+    };
+    for (const auto &c : cases) {
+        const Result r = run(poll(sim.path(), "--once " + c.first));
+        EXPECT_EQ(1, r.status) << c.first;
+        EXPECT_EQ("", missing(r.out + r.err, c.second)) << c.first << ": " << r.out << r.err;
+    }
 }
 
 TEST(ToolsTest, WritesLandInTheControllerAndReadBack)
@@ -206,10 +221,22 @@ TEST(ToolsTest, WritesLandInTheControllerAndReadBack)
     EXPECT_TRUE(sim.waitFor({"register 100 = 0x1234", "coil 24584 = 1", "register 12 = 0x0003"}))
         << sim.output();
 
-    // Station 0 is a broadcast: the write is applied though nothing answers.
+    EXPECT_EQ("", missing(r.out, {"write D100=0x1234: written", "write D10=0x0001,0x0002,0x0003: written"}))
+        << r.out;
+
+    // Station 0 is a broadcast: the write is applied though nothing answers
+    // (and nothing can be read).
     r = run(poll(sim.path(), "--station 0 --once --write D60=5 D60"));
-    EXPECT_EQ(0, r.status) << r.err;
+    EXPECT_EQ(1, r.status) << r.err;
     EXPECT_TRUE(sim.waitFor({"register 60 = 0x0005"})) << sim.output();
+
+    // A write to a station that never answers fails with its code; the
+    // write queued behind it is dropped by that give-up.
+    r = run(poll(sim.path(), "--station 9 --once --retries 0 --timeout-ms 30 --write D61=1 --write D62=1 D0"));
+    EXPECT_EQ(1, r.status);
+    EXPECT_EQ("", missing(r.out + r.err, {"write D61=0x0001: failed (code 41: no reply)",
+                                          "write D62=0x0001: dropped"}))
+        << r.out << r.err;
 
     // A fresh poller, with an empty mirror, reads the values back; its
     // variables come from a file, with comments and ranges.
@@ -225,13 +252,20 @@ TEST(ToolsTest, WritesLandInTheControllerAndReadBack)
     EXPECT_EQ(5, jsonValue(r.out, "D60")) << r.out;
     EXPECT_EQ(std::string::npos, r.out.find("\"D12\"")) << r.out;
 
-    // Writes typed on standard input go out too; a bad line is reported
-    // and polling goes on.
-    r = run(poll(sim.path(), "--duration 3 D101"),
-            "sleep 0.5; echo D101=77; sleep 0.5; echo D101=zz; sleep 0.5; echo X0=1");
+    // Standard input that is no terminal is not a command: nothing is
+    // written from it unless asked for.
+    r = run(poll(sim.path(), "--duration 1 D101"), "echo D101=76");
     EXPECT_EQ(0, r.status) << r.err;
+    EXPECT_EQ(std::string::npos, sim.output().find("register 101")) << sim.output();
+
+    // With --writes-from-stdin lines go out; a bad line is reported and
+    // polling goes on.
+    r = run(poll(sim.path(), "--duration 2 --writes-from-stdin D101"),
+            "sleep 0.3; echo D101=77; sleep 0.3; echo D101=zz; sleep 0.3; echo X0=1");
+    EXPECT_EQ(1, r.status) << r.err;  // X0 was refused
     EXPECT_TRUE(sim.waitFor({"register 101 = 0x004D (77)"})) << sim.output();
-    EXPECT_EQ("", missing(r.out, {"D101 |     77", "a word takes", "refused"})) << r.out;
+    EXPECT_EQ("", missing(r.out, {"D101 |     77", "a word takes", "write D101=0x004D: written",
+                                  "write X0=1: refused"})) << r.out;
 }
 
 TEST(ToolsTest, DroppedRepliesAreRetriedAndPollingRecovers)
