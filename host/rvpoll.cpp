@@ -84,12 +84,17 @@ void show(View &v, const PollStats &s)
             : QString("%1 written, %2 failed, %3 dropped, %4 refused, %5 pending")
                   .arg(c.written).arg(c.failed).arg(c.dropped).arg(c.refused).arg(c.pending);
     const QStringList events = v.live ? QStringList() : v.writes->takeEvents();
-    if (o.json) {
+    if (o.csv) {
+        // The rows stay machine-readable; what went wrong goes to stderr.
+        printf("%s", renderCsv(o.vars, values, s.scans, o.multiStation, v.shownScan < 0).toLocal8Bit().constData());
+        for (int i = 0; !o.quiet && i < events.size(); ++i)
+            fprintf(stderr, "rvpoll: %s\n", events.at(i).toLocal8Bit().constData());
+    } else if (o.json) {
         printf("%s\n", renderJson(o.vars, values, s, o.multiStation, problems,
                                        writes.isEmpty() ? nullptr : &c, events)
                             .toLocal8Bit().constData());
     } else {
-        QString text = renderTable(o.vars, values, o.hex, o.multiStation) + statusLine(s) + '\n';
+        QString text = renderTable(o.vars, values, o.multiStation) + statusLine(s) + '\n';
         if (!writes.isEmpty())
             text += "writes: " + writes + '\n';
         for (int i = 0; i < problems.size(); ++i)
@@ -112,7 +117,7 @@ void show(View &v, const PollStats &s)
                 printf("\0337\033[H%s\0338", text.toLocal8Bit().constData());
             }
         } else {
-            for (int i = 0; i < events.size(); ++i)
+            for (int i = 0; !o.quiet && i < events.size(); ++i)
                 printf("rvpoll: %s\n", events.at(i).toLocal8Bit().constData());
             printf("scan %lld\n%s\n", s.scans, text.toLocal8Bit().constData());
         }
@@ -122,13 +127,13 @@ void show(View &v, const PollStats &s)
     v.shownAt = std::chrono::steady_clock::now();
 }
 
-// Per-scan output: JSON every scan; plain text at most once a second and
-// always for the last scan of --once/--scans.
+// Per-scan output: JSON, CSV and counted scans every scan; open-ended plain
+// text at most once a second.
 void onScan(View &v, long long scanLimit, const PollStats &s)
 {
     if (v.live)
         return;
-    bool due = v.o->json || (scanLimit > 0 && s.scans >= scanLimit);
+    bool due = v.o->json || v.o->csv || scanLimit > 0;
     if (!due && !v.o->once) {
         std::lock_guard<std::mutex> lock(v.mutex);
         due = v.shownScan < 0 || std::chrono::steady_clock::now() - v.shownAt >= std::chrono::seconds(1);
@@ -147,8 +152,8 @@ int main(int argc, char **argv)
         fprintf(stderr, "rvpoll: %s (rvpoll --help for usage)\n", error.toLocal8Bit().constData());
         return 2;
     }
-    if (o.help) {
-        printf("%s", usageText());
+    if (o.help || o.version) {
+        printf("%s", o.help ? usageText() : versionText());
         return 0;
     }
 
@@ -199,12 +204,12 @@ int main(int argc, char **argv)
     view.api = &api;
     view.poller = &poller;
     view.writes = &writes;
-    view.live = !o.json && !o.once && isatty(1);
+    view.live = !o.json && !o.csv && !o.once && isatty(1);
     poller.setLinkMessages(!view.live);
     // Standard input is a command only when someone types it: a file or a
     // pipe there is not an order to write to a controller.
     const bool takeWrites = !o.once && (isatty(0) || o.writesFromStdin);
-    StdinWriter writer(writes, o.multiStation, !view.live && !o.json);
+    StdinWriter writer(writes, o.multiStation, o.format, !view.live && !o.json && !o.csv && !o.quiet);
     view.writer = &writer;
     poller.setScanLimit(scanLimit);
     poller.setScanHandler([&view, scanLimit](const PollStats &s) { onScan(view, scanLimit, s); });
@@ -235,16 +240,17 @@ int main(int argc, char **argv)
 
     const PollStats s = poller.stats();
     // Plain output ends with the values as they were last read.
-    if (!view.live && !o.json && s.scans > 0 && s.scans != view.shownScan)
+    if (!view.live && !o.json && !o.csv && s.scans > 0 && s.scans != view.shownScan)
         show(view, s);
     if (view.live)
         printf("\n");  // the summary goes below the prompt line, not onto it
     fflush(stdout);
     const QStringList events = writes.takeEvents();
-    for (int i = 0; !view.live && i < events.size(); ++i)
-        printf("rvpoll: %s\n", events.at(i).toLocal8Bit().constData());
+    for (int i = 0; !view.live && !o.quiet && i < events.size(); ++i)
+        fprintf(o.json || o.csv ? stderr : stdout, "rvpoll: %s\n", events.at(i).toLocal8Bit().constData());
     fflush(stdout);
-    fprintf(stderr, "%s\n", summaryLine(s).toLocal8Bit().constData());
+    if (!o.quiet)
+        fprintf(stderr, "%s\n", summaryLine(s).toLocal8Bit().constData());
 
     // Exit status 1 for anything the operator asked for and did not get.
     int status = 0;

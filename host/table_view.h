@@ -21,9 +21,15 @@ const int kUnknown = -1;                // a value whose last read did not succe
 ValueTable readValues(const DriverApi &api, const QList<VarSpec> &vars, int defaultStation,
                       const ReadState &state);
 
-// Rows of 8 words, 8 octal bits (X, Y) or 16 bits, each led by the name of
-// its first element ("2:D8" with stations shown); unknown values as "--".
-QString renderTable(const QList<VarSpec> &vars, const ValueTable &values, bool hex, bool showStation);
+// Rows of 8 words (4 32-bit values, 1 string), 8 octal bits (X, Y) or 16
+// bits, each led by the name of its first element ("2:D8" with stations
+// shown), in each range's format; unknown values as "--" ("?" for bits).
+QString renderTable(const QList<VarSpec> &vars, const ValueTable &values, bool showStation);
+
+// One CSV row per scan: time, scan and each value (empty when unknown,
+// strings quoted); with `header` the line of names first.
+QString renderCsv(const QList<VarSpec> &vars, const ValueTable &values, long long scan, bool showStation,
+                  bool header);
 
 // One line: {"scan":N,"scan_ms":..,...,"values":{"D0":1,"D1":null,...},
 // "problems":[...],"writes":{...},"write_events":[...]}.

@@ -10,20 +10,6 @@ namespace {
 // The driver's write list holds this many entries; past it a write is dropped.
 const int kWriteListSize = 1024;
 
-QString writeText(const WriteSpec &w)
-{
-    const VarSpec &t = w.target;
-    QString values;
-    for (int i = 0; i < w.values.size(); ++i) {
-        if (i)
-            values += ',';
-        values += isBitArea(t.areaType) ? QString::number(w.values.at(i))
-                                        : "0x" + QString::number(w.values.at(i), 16).toUpper().rightJustified(4, '0');
-    }
-    return (t.station ? QString::number(t.station) + ":" : QString()) + elementName(t.areaType, t.address) + "=" +
-           values;
-}
-
 }  // namespace
 
 WriteTracker::WriteTracker(const DriverApi &api, int defaultStation, bool multiStation, int blockUnits,
@@ -38,7 +24,7 @@ bool WriteTracker::queue(const WriteSpec &w, QString &message)
     std::lock_guard<std::mutex> lock(mutex_);
     Entry e;
     e.spec = w;
-    e.text = writeText(w);
+    e.text = w.text;
     e.station = w.target.station ? w.target.station : defaultStation_;
     // A newer write to the same elements replaces a pending one in the
     // driver's list, which then never gets a result.

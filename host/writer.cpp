@@ -7,8 +7,9 @@
 #include <QByteArray>
 #include <QStringList>
 
-StdinWriter::StdinWriter(WriteTracker &tracker, bool multiStation, bool echoMessages)
-    : tracker_(tracker), multiStation_(multiStation), echo_(echoMessages)
+StdinWriter::StdinWriter(WriteTracker &tracker, bool multiStation, const ValueFormat &format,
+                         bool echoMessages)
+    : tracker_(tracker), multiStation_(multiStation), format_(format), echo_(echoMessages)
 {
 }
 
@@ -42,7 +43,7 @@ void StdinWriter::handleLine(const QString &input)
             continue;
         WriteSpec w;
         QString message;
-        if (parseWriteSpec(words.at(i), multiStation_, w, message))
+        if (parseWriteSpec(words.at(i), multiStation_, w, message, format_))
             tracker_.queue(w, message);
         if (echo_)
             fprintf(stdout, "rvpoll: %s\n", message.toLocal8Bit().constData()), fflush(stdout);

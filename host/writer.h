@@ -14,7 +14,7 @@
 // end of input or stop(); "q" or "quit" asks the program to finish.
 class StdinWriter {
 public:
-    StdinWriter(WriteTracker &tracker, bool multiStation, bool echoMessages);
+    StdinWriter(WriteTracker &tracker, bool multiStation, const ValueFormat &format, bool echoMessages);
     ~StdinWriter() { stop(); }
 
     void start();
@@ -34,6 +34,7 @@ private:
 
     WriteTracker &tracker_;
     bool multiStation_;
+    ValueFormat format_;
     bool echo_;
     std::atomic<bool> stop_{false};
     std::atomic<bool> quit_{false};

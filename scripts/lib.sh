@@ -13,7 +13,7 @@
 RV_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 RV_JOBS=${RV_JOBS:-2}
 RV_BASE_PACKAGES=(cmake g++ make pkg-config qtbase5-dev libmodbus-dev libgtest-dev googletest
-                  libgmock-dev libbenchmark-dev libserialport-dev)
+                  libgmock-dev libbenchmark-dev libserialport-dev libcli11-dev)
 
 rv_log()
 {

@@ -221,7 +221,7 @@ TEST(ToolsTest, WritesLandInTheControllerAndReadBack)
     EXPECT_TRUE(sim.waitFor({"register 100 = 0x1234", "coil 24584 = 1", "register 12 = 0x0003"}))
         << sim.output();
 
-    EXPECT_EQ("", missing(r.out, {"write D100=0x1234: written", "write D10=0x0001,0x0002,0x0003: written"}))
+    EXPECT_EQ("", missing(r.out, {"write D100=0x1234: written", "write D10=1,2,3: written"}))
         << r.out;
 
     // Station 0 is a broadcast: the write is applied though nothing answers
@@ -234,8 +234,8 @@ TEST(ToolsTest, WritesLandInTheControllerAndReadBack)
     // write queued behind it is dropped by that give-up.
     r = run(poll(sim.path(), "--station 9 --once --retries 0 --timeout-ms 30 --write D61=1 --write D62=1 D0"));
     EXPECT_EQ(1, r.status);
-    EXPECT_EQ("", missing(r.out + r.err, {"write D61=0x0001: failed (code 41: no reply)",
-                                          "write D62=0x0001: dropped"}))
+    EXPECT_EQ("", missing(r.out + r.err, {"write D61=1: failed (code 41: no reply)",
+                                          "write D62=1: dropped"}))
         << r.out << r.err;
 
     // A fresh poller, with an empty mirror, reads the values back; its
@@ -264,8 +264,32 @@ TEST(ToolsTest, WritesLandInTheControllerAndReadBack)
             "sleep 0.3; echo D101=77; sleep 0.3; echo D101=zz; sleep 0.3; echo X0=1");
     EXPECT_EQ(1, r.status) << r.err;  // X0 was refused
     EXPECT_TRUE(sim.waitFor({"register 101 = 0x004D (77)"})) << sim.output();
-    EXPECT_EQ("", missing(r.out, {"D101 |     77", "a word takes", "write D101=0x004D: written",
+    EXPECT_EQ("", missing(r.out, {"D101 |     77", "a word takes", "write D101=77: written",
                                   "write X0=1: refused"})) << r.out;
+}
+
+TEST(ToolsTest, FormatsRoundTripAndCsvRows)
+{
+    Sim sim;
+    ASSERT_FALSE(sim.path().empty()) << sim.output();
+    Result r = run(poll(sim.path(), "--once --write D100=-2 --write D102=-1.5:float --write D104=-1.5:float:cdab "
+                                    "--write D106=hello:string D100:int16 D102-D103:float D104-D105:float:cdab "
+                                    "D106-D108:string"));
+    ASSERT_EQ(0, r.status) << r.err;
+    // abcd puts the high word first, cdab second; strings go high byte first.
+    EXPECT_TRUE(sim.waitFor({"register 100 = 0xFFFE", "register 102 = 0xBFC0", "register 105 = 0xBFC0",
+                             "register 106 = 0x6865", "register 108 = 0x6F00"}))
+        << sim.output();
+    // Read back by a fresh poller, in the same formats and in others.
+    r = run(poll(sim.path(), "--scans 2 --interval-ms 0 --csv D100:int16 D102-D103:float D104-D105:float:cdab "
+                             "D102-D103:int32 D106-D108:string D100:hex D7999-D8000"));
+    EXPECT_EQ(1, r.status) << r.err;  // D8000 is past the end of D
+    const std::string header = "time,scan,D100,D102,D104,D102,D106,D100,D7999,D8000\n";
+    ASSERT_EQ(0u, r.out.find(header)) << r.out;
+    EXPECT_EQ(std::string::npos, r.out.find("time,", 1)) << "one header: " << r.out;
+    EXPECT_EQ("", missing(r.out, {",1,-2,-1.5,-1.5,-1077936128,\"hello\",0xFFFE,0,\n",
+                                  ",2,-2,-1.5,-1.5,-1077936128,\"hello\",0xFFFE,0,\n"}))
+        << r.out;
 }
 
 TEST(ToolsTest, DroppedRepliesAreRetriedAndPollingRecovers)
@@ -348,6 +372,13 @@ TEST(ToolsTest, BadInputGivesAClearMessageAndStatusTwo)
         {null + "--write M5=2 M5", "0 or 1"},
         {null + "--write D0-D3=1 D0", "write to one element"},
         {rvpoll + "D0-D9", "no serial port"},
+        {rvpoll + "--bogus /dev/null D0", "unknown option --bogus"},
+        {rvpoll + "/dev/null D0 --baud", "--baud needs a value"},
+        {rvpoll + "/dev/null --parity=x D0", "bad value 'x' for --parity"},
+        {rvpoll + "/dev/null --format=float D0", "even number of registers"},
+        {rvpoll + "/dev/null D0 M0:float", "formats are for word areas"},
+        {rvpoll + "/dev/null 1:D0 2:D0", "add --multi-station"},
+        {rvpoll + "-a 1 -b 9600 -P none -l 5 -1 --port=/dev/null D0", "not a serial port"},
         {poll("/dev/rv-no-such-port", "D0"), "cannot open /dev/rv-no-such-port"},
         {null + "--lib /nonexistent/libdriver.so D0", "cannot load driver"},
         {null + "--lib libm.so.6 D0", "lacks the entry point SetComInfo"},
