@@ -17,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "examples/reply_screen.h"
 #include "poll_stats.h"
 #include "serial_link.h"
 #include "support/run_command.h"
@@ -355,6 +356,16 @@ TEST(ToolsTest, PollingSurvivesTheLineGoingAway)
     const std::vector<long> served = numbersAfter(second.output(), "stopped after ");
     ASSERT_EQ(1u, served.size()) << second.output();
     EXPECT_GT(served[0], 5);
+
+    // A line that does not come back is reported, and the exit status says so.
+    {
+        Sim third("--link " + line);
+        poller = std::thread([&] { r = run(poll(line, "--duration 2 --timeout-ms 50 D0")); });
+        usleep(500 * 1000);
+    }
+    poller.join();
+    EXPECT_EQ(1, r.status);
+    EXPECT_EQ("", missing(r.out + r.err, {"LINK LOST, ", "lost and not back after"})) << r.out << r.err;
 }
 
 TEST(ToolsTest, BadInputGivesAClearMessageAndStatusTwo)
@@ -422,4 +433,29 @@ TEST(ToolsTest, VariableTextsCodeMeaningsAndReplyFraming)
     EXPECT_EQ(5, replyTarget(QByteArray("\x01\x83\x02", 3), 13));
     EXPECT_EQ(13, replyTarget(QByteArray("\x01\x03\x08", 3), 13));
     EXPECT_EQ(-1, replyTarget(QByteArray(), -1));
+
+    // Replies screened against the frame they answer (CRCs left out: the
+    // driver checks those).
+    const struct {
+        const char *request, *reply;
+        int replyLength;
+        bool matches;
+    } screens[] = {
+        {"\x01\x06\x00\x64\x00\x05", "\x01\x06\x00\x64\x00\x05", 6, true},
+        {"\x01\x06\x00\x64\x00\x05", "\x01\x06\x00\x65\x00\x05", 6, false},  // another write's echo
+        {"\x01\x06\x00\x64\x00\x05", "\x01\x06\x00\x64\x00\x06", 6, false},  // another value
+        {"\x01\x10\x00\x64\x00\x02", "\x01\x10\x00\x64\x00\x01", 6, false},  // another quantity
+        {"\x01\x03\x00\x00\x00\x04", "\x01\x03\x08", 3, true},
+        {"\x01\x03\x00\x00\x00\x04", "\x01\x03\x04", 3, false},  // another block's reply
+        {"\x01\x01\x00\x00\x00\x09", "\x01\x01\x02", 3, true},   // 9 coils in 2 bytes
+        {"\x01\x03\x00\x00\x00\x04", "\x02\x03\x08", 3, false},  // another station
+        {"\x01\x03\x00\x00\x00\x04", "\x01\x06\x00", 3, false},  // another function
+        {"\x01\x03\x00\x00\x00\x04", "\x01\x83\x02", 3, true},   // an exception reply
+        {"\x01\x06\x00\x64\x00\x05", "\x01\x06\x00", 3, true},   // short: the driver's to judge
+    };
+    for (const auto &c : screens) {
+        EXPECT_EQ(c.matches, replyMatchesRequest(reinterpret_cast<const unsigned char *>(c.request), 6,
+                                                 reinterpret_cast<const unsigned char *>(c.reply), c.replyLength))
+            << testing::PrintToString(std::string(c.reply, c.replyLength));
+    }
 }
