@@ -4,6 +4,7 @@
 // leaves the tools out, so these tests are not part of it.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -401,6 +402,27 @@ TEST(ToolsTest, BadInputGivesAClearMessageAndStatusTwo)
         EXPECT_EQ(2, r.status) << c.first;
         EXPECT_EQ("", missing(r.err, {c.second})) << c.first << ": " << r.err;
     }
+}
+
+// Real ports go through libserialport, which does not take pseudo-terminals
+// (it finds ports in sysfs); a machine's first UART, where there is one,
+// has no controller behind it but takes the whole path: open, line
+// settings, an exchange that times out, and RS-485 mode said to be missing.
+TEST(ToolsTest, ARealSerialPortThroughTheSerialLibrary)
+{
+    const std::string port = "/dev/ttyS0";
+    const int fd = open(port.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK);
+    if (fd < 0 || !isatty(fd))
+        GTEST_SKIP() << "no usable " << port;
+    close(fd);
+    Result r = run(poll(port, "--once --retries 0 --timeout-ms 20 -P odd -b 9600 D0"));
+    EXPECT_EQ(1, r.status) << r.err;
+    EXPECT_EQ("", missing(r.out, {"D0 |     --", "no reply (code 41)"})) << r.out << r.err;
+    r = run(poll(port, "--once --rs485 --rts-delay-before 1 D0"));
+    if (r.status == 2)
+        EXPECT_EQ("", missing(r.err, {"does not support the kernel's RS-485 mode"})) << r.err;
+    else
+        EXPECT_EQ(1, r.status) << r.err;  // a port that has the mode: polled, nothing answers
 }
 
 TEST(ToolsTest, VariableTextsCodeMeaningsAndReplyFraming)
