@@ -15,7 +15,8 @@
 #include <cstring>
 #include <ctime>
 
-#include "quorvel_rv_series.h"
+#include <quorvel_rv/quorvel_rv_series.h>
+
 #include "reply_screen.h"
 
 namespace {

@@ -103,7 +103,7 @@ void show(View &v, const PollStats &s)
             text = QString("rvpoll %1 station %2 (type D100=0x1234 to write, q to quit)\n\n")
                        .arg(QString::fromStdString(o.link.port))
                        .arg(o.multiStation ? QString("various") : QString::number(o.station)) +
-                   text + v.writes->lastEvent() + '\n' + v.writer->lastMessage() + '\n';
+                   text + v.writer->lastMessage() + '\n' + v.writes->lastEvent() + '\n';
             // The table is repainted from the top, each line cleared as it is
             // rewritten, while the cursor stays on the prompt line below it,
             // where the operator types; a new prompt after each entered line.
