@@ -75,8 +75,9 @@ const char *usageText()
            "                        M5=1, D100=-1, D200=3.5:float, D300=abc:string\n"
            "      --writes-from-stdin  also take writes from standard input when it is no\n"
            "                        terminal (lines typed on a terminal are always taken)\n"
-           "      --no-requeue      leave a write dropped by a give-up dropped (default: queue\n"
-           "                        it again, up to 5 times, once its station answers)\n"
+           "      --requeue         queue a write a give-up dropped again, up to 5 times, once\n"
+           "                        its station answers (the default)\n"
+           "      --no-requeue      leave a write dropped by a give-up dropped\n"
            "\n"
            "How long:\n"
            "  -1, --once            one full scan, then exit\n"
@@ -126,6 +127,8 @@ bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
     app.add_flag("--rs485", opts.link.rs485);
     app.add_flag("--multi-station", opts.multiStation);
     app.add_flag("--writes-from-stdin", opts.writesFromStdin);
+    bool requeue = false;
+    app.add_flag("--requeue", requeue);
     app.add_flag("--no-requeue", noRequeue);
     app.add_option("--port", port);
     app.add_option("-b,--baud", baud);
