@@ -31,7 +31,8 @@ struct Api {
     int (*GetRegisterData)(QString, int, QString, int, QByteArray *, int);
 };
 
-template <typename F> bool find(void *lib, const char *name, F &slot)
+template <typename F>
+bool find(void *lib, const char *name, F &slot)
 {
     if (!(slot = reinterpret_cast<F>(dlsym(lib, name))))
         std::fprintf(stderr, "minimal_runtime: %s missing from the driver\n", name);
@@ -53,8 +54,10 @@ int openPort(const char *path, int baud)
     if (!realpath(path, real) || std::strncmp(real, "/dev/pts/", 9) != 0) {
         tio.c_cflag |= PARENB;
         tio.c_cflag &= ~(CSTOPB | PARODD);
-        const speed_t speed = baud == 9600 ? B9600 : baud == 38400 ? B38400
-                            : baud == 115200 ? B115200 : B19200;
+        const speed_t speed = baud == 9600     ? B9600
+                              : baud == 38400  ? B38400
+                              : baud == 115200 ? B115200
+                                               : B19200;
         cfsetispeed(&tio, speed);
         cfsetospeed(&tio, speed);
     }
@@ -69,7 +72,8 @@ int readReply(int fd, QByteArray &reply, int expected)
     char buf[256];
     pollfd p = {fd, POLLIN, 0};
     while (expected < 0 || reply.size() < expected) {
-        const ssize_t n = poll(&p, 1, reply.isEmpty() ? 500 : 50) > 0 ? read(fd, buf, sizeof buf) : 0;
+        const ssize_t n =
+            poll(&p, 1, reply.isEmpty() ? 500 : 50) > 0 ? read(fd, buf, sizeof buf) : 0;
         if (n <= 0)
             break;
         reply.append(buf, int(n));
@@ -98,8 +102,7 @@ int main(int argc, char **argv)
         !find(lib, "FlashLocalRegister", api.FlashLocalRegister) ||
         !find(lib, "ReCreatReadVarList", api.ReCreatReadVarList) ||
         !find(lib, "ComCommunication", api.ComCommunication) ||
-        !find(lib, "DataCom", api.DataCom) ||
-        !find(lib, "GetRegisterData", api.GetRegisterData))
+        !find(lib, "DataCom", api.DataCom) || !find(lib, "GetRegisterData", api.GetRegisterData))
         return 2;
     const int fd = openPort(argv[1], baud);
     if (fd < 0)
@@ -143,7 +146,8 @@ int main(int argc, char **argv)
         // A reply that cannot answer this frame (a late answer to an earlier
         // one) is handed over as no reply, so the driver sends the frame again.
         if (!replyMatchesRequest(reinterpret_cast<const unsigned char *>(frame->frame.constData()),
-                                 frame->sendLength, reinterpret_cast<const unsigned char *>(reply.constData()), got))
+                                 frame->sendLength,
+                                 reinterpret_cast<const unsigned char *>(reply.constData()), got))
             got = 0;
         const RW_VAR *done = api.DataCom(&reply, got);
         if (done->result != 0 && done->result != 1 && done->result != 100)

@@ -31,21 +31,14 @@ inline bool replyMatchesRequest(const unsigned char *request, int requestLength,
     int echoed = 0;          // for writes: bytes 2..5 come back as sent
     switch (function) {
     case 0x01:
-    case 0x02:
-        byteCount = (quantity + 7) / 8;
-        break;
+    case 0x02: byteCount = (quantity + 7) / 8; break;
     case 0x03:
-    case 0x04:
-        byteCount = 2 * quantity;
-        break;
+    case 0x04: byteCount = 2 * quantity; break;
     case 0x05:
     case 0x06:
     case 0x0F:
-    case 0x10:
-        echoed = 4;
-        break;
-    default:
-        return true;
+    case 0x10: echoed = 4; break;
+    default: return true;
     }
     if (reply[0] != request[0])
         return false;

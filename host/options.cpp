@@ -36,7 +36,10 @@ char parityByName(const QString &text)
     return 0;
 }
 
-const char *versionText() { return "rvpoll (Quorvel RV tools) " RV_VERSION "\n"; }
+const char *versionText()
+{
+    return "rvpoll (Quorvel RV tools) " RV_VERSION "\n";
+}
 
 const char *usageText()
 {
@@ -111,8 +114,8 @@ bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
     app.allow_extras();
     app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
 
-    std::string port, baud, parity, data, stop, timeout, gap, rtsBefore, rtsAfter, station, retries, block, lib,
-        varsFile, scans, duration, interval, format;
+    std::string port, baud, parity, data, stop, timeout, gap, rtsBefore, rtsAfter, station, retries,
+        block, lib, varsFile, scans, duration, interval, format;
     std::vector<std::string> writes;
     bool hex = false, noRequeue = false;
     app.add_flag("-h,--help", opts.help);
@@ -144,7 +147,9 @@ bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
     app.add_option("--block", block);
     app.add_option("--lib", lib);
     app.add_option("--vars", varsFile);
-    app.add_option("--write", writes)->allow_extra_args(false)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    app.add_option("--write", writes)
+        ->allow_extra_args(false)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     app.add_option("--scans", scans);
     app.add_option("--duration", duration);
     app.add_option("-l,--interval-ms", interval);
@@ -177,13 +182,17 @@ bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
         {"--stop", stop, stop.empty() || toInt(stop, 1, 2, opts.link.stopBits)},
         {"--timeout-ms", timeout, timeout.empty() || toInt(timeout, 1, 60000, opts.link.timeoutMs)},
         {"--gap-ms", gap, gap.empty() || toInt(gap, 0, 10000, opts.link.gapMs)},
-        {"--rts-delay-before", rtsBefore, rtsBefore.empty() || toInt(rtsBefore, 0, 1000, opts.link.rtsDelayBefore)},
-        {"--rts-delay-after", rtsAfter, rtsAfter.empty() || toInt(rtsAfter, 0, 1000, opts.link.rtsDelayAfter)},
+        {"--rts-delay-before", rtsBefore,
+         rtsBefore.empty() || toInt(rtsBefore, 0, 1000, opts.link.rtsDelayBefore)},
+        {"--rts-delay-after", rtsAfter,
+         rtsAfter.empty() || toInt(rtsAfter, 0, 1000, opts.link.rtsDelayAfter)},
         {"--station", station, station.empty() || toInt(station, 0, 247, opts.station)},
         {"--retries", retries, retries.empty() || toInt(retries, 0, 100, opts.retries)},
         {"--block", block, block.empty() || toInt(block, 1, 125, opts.blockUnits)},
-        {"--interval-ms", interval, interval.empty() || toInt(interval, 0, 3600000, opts.intervalMs)},
-        {"--scans", scans, scans.empty() || (toInt(scans, 1, 1000000000, n) && (opts.scans = n) > 0)},
+        {"--interval-ms", interval,
+         interval.empty() || toInt(interval, 0, 3600000, opts.intervalMs)},
+        {"--scans", scans,
+         scans.empty() || (toInt(scans, 1, 1000000000, n) && (opts.scans = n) > 0)},
         {"--duration", duration,
          duration.empty() || ((opts.durationS = QString::fromStdString(duration).toDouble()) > 0)},
     };
@@ -252,7 +261,8 @@ bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
     }
     for (const std::string &text : writes) {
         WriteSpec w;
-        if (!parseWriteSpec(QString::fromLocal8Bit(text.c_str()), opts.multiStation, w, error, opts.format))
+        if (!parseWriteSpec(QString::fromLocal8Bit(text.c_str()), opts.multiStation, w, error,
+                            opts.format))
             return false;
         opts.writes.append(w);
     }

@@ -40,16 +40,18 @@ QString codeHint(int code)
 QString statusLine(const PollStats &s)
 {
     // A rate needs a second of polling; a single scan has none.
-    const QString rate = s.scans <= 1 && s.framesPerSecond == 0 ? QString("-")
-                                                                 : QString::number(s.framesPerSecond, 'f', 1);
-    QString line = QString("frames/s %1 | scan %2 ms | scans %3 | retries %4 | given up %5 | last %6 %7")
-                       .arg(rate)
-                       .arg(s.scanMs, 0, 'f', 1)
-                       .arg(s.scans)
-                       .arg(s.retries)
-                       .arg(s.givenUp)
-                       .arg(s.lastCode)
-                       .arg(codeMeaning(s.lastCode));
+    const QString rate = s.scans <= 1 && s.framesPerSecond == 0
+                             ? QString("-")
+                             : QString::number(s.framesPerSecond, 'f', 1);
+    QString line =
+        QString("frames/s %1 | scan %2 ms | scans %3 | retries %4 | given up %5 | last %6 %7")
+            .arg(rate)
+            .arg(s.scanMs, 0, 'f', 1)
+            .arg(s.scans)
+            .arg(s.retries)
+            .arg(s.givenUp)
+            .arg(s.lastCode)
+            .arg(codeMeaning(s.lastCode));
     if (!s.linkUp)
         line += QString(" | LINK LOST, %1 reopen attempts").arg(s.reopenAttempts);
     else if (s.linkLost > 0)

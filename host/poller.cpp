@@ -17,15 +17,22 @@ double msSince(Clock::time_point t)
 }
 
 // Requests of the cyclic read list carry owner id -1.
-bool isCyclic(const RW_VAR *r) { return r->ownerId == -1; }
+bool isCyclic(const RW_VAR *r)
+{
+    return r->ownerId == -1;
+}
 
 }  // namespace
 
-Poller::Poller(const DriverApi &api, WriteTracker &writes, const LinkSettings &link, int blocks, bool trace,
-               int intervalMs)
-    : api_(api), writes_(writes), settings_(link), blocks_(blocks > 0 ? blocks : 1), trace_(trace), intervalMs_(intervalMs)
-{
-}
+Poller::Poller(const DriverApi &api, WriteTracker &writes, const LinkSettings &link, int blocks,
+               bool trace, int intervalMs)
+    : api_(api),
+      writes_(writes),
+      settings_(link),
+      blocks_(blocks > 0 ? blocks : 1),
+      trace_(trace),
+      intervalMs_(intervalMs)
+{}
 
 void Poller::start()
 {
@@ -87,8 +94,13 @@ void Poller::traceBytes(const QByteArray &bytes, char open, char close) const
 {
     QByteArray line;
     for (int i = 0; i < bytes.size(); ++i)
-        line += open + QByteArray::number(static_cast<unsigned char>(bytes.at(i)), 16).toUpper().rightJustified(2, '0') + close;
-    fprintf(stderr, "%s\n", line.isEmpty() ? (open == '<' ? "<no reply>" : "[]") : line.constData());
+        line += open +
+                QByteArray::number(static_cast<unsigned char>(bytes.at(i)), 16)
+                    .toUpper()
+                    .rightJustified(2, '0') +
+                close;
+    fprintf(stderr, "%s\n",
+            line.isEmpty() ? (open == '<' ? "<no reply>" : "[]") : line.constData());
 }
 
 bool Poller::ensureLink()
@@ -174,10 +186,9 @@ bool Poller::exchange(Protocol *p)
         traceBytes(reply, '<', '>');
     // A reply that cannot answer this frame (a late answer to an earlier
     // one) goes to the driver as no reply, so the frame is sent again.
-    const bool screened = !replyMatchesRequest(reinterpret_cast<const unsigned char *>(frame.constData()),
-                                               frame.size(),
-                                               reinterpret_cast<const unsigned char *>(reply.constData()),
-                                               reply.size());
+    const bool screened = !replyMatchesRequest(
+        reinterpret_cast<const unsigned char *>(frame.constData()), frame.size(),
+        reinterpret_cast<const unsigned char *>(reply.constData()), reply.size());
     if (screened) {
         if (trace_)
             fprintf(stderr, "<screened out: does not answer this frame>\n");

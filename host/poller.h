@@ -21,14 +21,15 @@
 struct BlockState {
     int station = 0;
     int areaType = 0;
-    int address = 0;   // first element
-    int elements = 0;  // elements the block reads
-    int lastCode = -1; // -1: not read yet
+    int address = 0;    // first element
+    int elements = 0;   // elements the block reads
+    int lastCode = -1;  // -1: not read yet
     bool everRead = false;
     std::chrono::steady_clock::time_point readAt;  // last good read
     bool holds(int st, int type, int element) const
     {
-        return st == station && type == areaType && element >= address && element < address + elements;
+        return st == station && type == areaType && element >= address &&
+               element < address + elements;
     }
     bool good() const { return lastCode == 1 || lastCode == 100; }
 };
@@ -37,14 +38,17 @@ class Poller {
 public:
     // `blocks` is the number of block reads in the driver's read list: that
     // many finished cyclic reads make one scan.
-    Poller(const DriverApi &api, WriteTracker &writes, const LinkSettings &link, int blocks, bool trace,
-           int intervalMs);
+    Poller(const DriverApi &api, WriteTracker &writes, const LinkSettings &link, int blocks,
+           bool trace, int intervalMs);
     ~Poller() { stop(); }
 
     bool openLink(std::string &error) { return link_.open(settings_, error); }
     // Called on the polling thread after every complete scan, before the
     // next request goes out, so each scan's values can be shown exactly.
-    void setScanHandler(const std::function<void(const PollStats &)> &handler) { onScan_ = handler; }
+    void setScanHandler(const std::function<void(const PollStats &)> &handler)
+    {
+        onScan_ = handler;
+    }
     // Stop sending once this many scans are complete and no write is
     // queued; 0 = never.
     void setScanLimit(long long scans) { scanLimit_ = scans; }

@@ -11,7 +11,8 @@ QString rangeName(int areaType, int first, int last)
 }
 
 // Runs of consecutive elements of `v` for which `unread(offset)` holds.
-template <typename F> QStringList unreadRuns(const VarSpec &v, const QString &prefix, F unread)
+template <typename F>
+QStringList unreadRuns(const VarSpec &v, const QString &prefix, F unread)
 {
     QStringList runs;
     int first = -1;
@@ -48,10 +49,11 @@ QStringList ReadState::problems(const QList<VarSpec> &vars, bool scanComplete) c
         const BlockState &b = blocks_.at(i);
         if (b.good())
             continue;
-        const QString where = rangeName(b.areaType, b.address, b.address + b.elements - 1) + " on station " +
-                              QString::number(b.station);
+        const QString where = rangeName(b.areaType, b.address, b.address + b.elements - 1) +
+                              " on station " + QString::number(b.station);
         if (b.station == 0)
-            lines << where + ": station 0 is the broadcast address; it takes writes but cannot be read";
+            lines << where +
+                         ": station 0 is the broadcast address; it takes writes but cannot be read";
         else if (b.lastCode >= 0)
             lines << QString("%1: %2 (code %3): %4")
                          .arg(where, codeMeaning(b.lastCode))
@@ -63,7 +65,8 @@ QStringList ReadState::problems(const QList<VarSpec> &vars, bool scanComplete) c
         const VarSpec &v = vars.at(i);
         const QStringList runs = unreadRuns(v, QString(), [&](int k) { return !blockOf(v, k); });
         for (int r = 0; r < runs.size(); ++r)
-            lines << runs.at(r) + ": past the end of the " + areaNameOf(v.areaType) + " area, never read";
+            lines << runs.at(r) + ": past the end of the " + areaNameOf(v.areaType) +
+                         " area, never read";
     }
     return lines;
 }

@@ -14,9 +14,10 @@
 class ReadState {
 public:
     ReadState(const QList<BlockState> &blocks, int defaultStation, bool multiStation)
-        : blocks_(blocks), defaultStation_(defaultStation), multiStation_(multiStation)
-    {
-    }
+        : blocks_(blocks),
+          defaultStation_(defaultStation),
+          multiStation_(multiStation)
+    {}
     // The block that reads element `offset` of `v`, or null.
     const BlockState *blockOf(const VarSpec &v, int offset) const;
     bool known(const VarSpec &v, int offset) const

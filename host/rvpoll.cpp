@@ -19,7 +19,10 @@ namespace {
 
 volatile sig_atomic_t g_interrupted = 0;
 
-void onSignal(int) { g_interrupted = 1; }
+void onSignal(int)
+{
+    g_interrupted = 1;
+}
 
 // Times a write dropped by a give-up is queued again.
 const int kRequeueLimit = 5;
@@ -46,7 +49,8 @@ QList<VarInfo> toVarInfo(const QList<VarSpec> &vars, int defaultStation)
     for (int i = 0; i < vars.size(); ++i) {
         VarInfo v;
         v.areaType = static_cast<unsigned char>(vars.at(i).areaType);
-        v.station = static_cast<unsigned char>(vars.at(i).station ? vars.at(i).station : defaultStation);
+        v.station =
+            static_cast<unsigned char>(vars.at(i).station ? vars.at(i).station : defaultStation);
         v.addressText = addressTextOf(vars.at(i).areaType, vars.at(i).address);
         v.areaName = areaNameOf(vars.at(i).areaType);
         v.count = vars.at(i).count;
@@ -82,17 +86,24 @@ void show(View &v, const PollStats &s)
         c.written + c.failed + c.dropped + c.refused + c.pending == 0
             ? QString()
             : QString("%1 written, %2 failed, %3 dropped, %4 refused, %5 pending")
-                  .arg(c.written).arg(c.failed).arg(c.dropped).arg(c.refused).arg(c.pending);
+                  .arg(c.written)
+                  .arg(c.failed)
+                  .arg(c.dropped)
+                  .arg(c.refused)
+                  .arg(c.pending);
     const QStringList events = v.live ? QStringList() : v.writes->takeEvents();
     if (o.csv) {
         // The rows stay machine-readable; what went wrong goes to stderr.
-        printf("%s", renderCsv(o.vars, values, s.scans, o.multiStation, v.shownScan < 0).toLocal8Bit().constData());
+        printf("%s", renderCsv(o.vars, values, s.scans, o.multiStation, v.shownScan < 0)
+                         .toLocal8Bit()
+                         .constData());
         for (int i = 0; !o.quiet && i < events.size(); ++i)
             fprintf(stderr, "rvpoll: %s\n", events.at(i).toLocal8Bit().constData());
     } else if (o.json) {
         printf("%s\n", renderJson(o.vars, values, s, o.multiStation, problems,
-                                       writes.isEmpty() ? nullptr : &c, events)
-                            .toLocal8Bit().constData());
+                                  writes.isEmpty() ? nullptr : &c, events)
+                           .toLocal8Bit()
+                           .constData());
     } else {
         QString text = renderTable(o.vars, values, o.multiStation) + statusLine(s) + '\n';
         if (!writes.isEmpty())
@@ -136,7 +147,8 @@ void onScan(View &v, long long scanLimit, const PollStats &s)
     bool due = v.o->json || v.o->csv || scanLimit > 0;
     if (!due && !v.o->once) {
         std::lock_guard<std::mutex> lock(v.mutex);
-        due = v.shownScan < 0 || std::chrono::steady_clock::now() - v.shownAt >= std::chrono::seconds(1);
+        due = v.shownScan < 0 ||
+              std::chrono::steady_clock::now() - v.shownAt >= std::chrono::seconds(1);
     }
     if (due)
         show(v, s);
@@ -176,9 +188,11 @@ int main(int argc, char **argv)
     QList<VarInfo> varInfo = toVarInfo(o.vars, o.station);
     const int blocks = api.ReCreatReadVarList(&varInfo);
     if (blocks <= 0)
-        return fail("the driver made no read requests from these variables (past the end of their areas?)");
+        return fail(
+            "the driver made no read requests from these variables (past the end of their areas?)");
 
-    WriteTracker writes(api, o.station, o.multiStation, o.blockUnits, o.requeue ? kRequeueLimit : 0);
+    WriteTracker writes(api, o.station, o.multiStation, o.blockUnits,
+                        o.requeue ? kRequeueLimit : 0);
     Poller poller(api, writes, o.link, blocks, o.verbose, o.once ? 0 : o.intervalMs);
     std::string linkError;
     if (!poller.openLink(linkError))
@@ -190,8 +204,9 @@ int main(int argc, char **argv)
             return fail(message);
     }
     if (o.station == 0 && !o.multiStation)
-        fprintf(stderr, "rvpoll: station 0 is the broadcast address: every station takes its writes, "
-                        "nothing can be read from it\n");
+        fprintf(stderr,
+                "rvpoll: station 0 is the broadcast address: every station takes its writes, "
+                "nothing can be read from it\n");
 
     struct sigaction sa = {};
     sa.sa_handler = onSignal;
@@ -209,7 +224,8 @@ int main(int argc, char **argv)
     // Standard input is a command only when someone types it: a file or a
     // pipe there is not an order to write to a controller.
     const bool takeWrites = !o.once && (isatty(0) || o.writesFromStdin);
-    StdinWriter writer(writes, o.multiStation, o.format, !view.live && !o.json && !o.csv && !o.quiet);
+    StdinWriter writer(writes, o.multiStation, o.format,
+                       !view.live && !o.json && !o.csv && !o.quiet);
     view.writer = &writer;
     poller.setScanLimit(scanLimit);
     poller.setScanHandler([&view, scanLimit](const PollStats &s) { onScan(view, scanLimit, s); });
@@ -227,9 +243,10 @@ int main(int argc, char **argv)
         const bool limitReached = scanLimit > 0 && seen >= scanLimit && !poller.running();
         // A run that counts scans cannot wait for ever for a lost link.
         const bool linkGone = scanLimit > 0 && !now.linkUp && now.reopenAttempts >= kReopenAttempts;
-        const bool timeUp = o.durationS > 0 && std::chrono::duration<double>(
-                                                   std::chrono::steady_clock::now() - started)
-                                                       .count() >= o.durationS;
+        const bool timeUp =
+            o.durationS > 0 &&
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count() >=
+                o.durationS;
         if (view.live)
             show(view, poller.stats());
         if (limitReached || linkGone || timeUp || g_interrupted || writer.quitRequested())
@@ -247,7 +264,8 @@ int main(int argc, char **argv)
     fflush(stdout);
     const QStringList events = writes.takeEvents();
     for (int i = 0; !view.live && !o.quiet && i < events.size(); ++i)
-        fprintf(o.json || o.csv ? stderr : stdout, "rvpoll: %s\n", events.at(i).toLocal8Bit().constData());
+        fprintf(o.json || o.csv ? stderr : stdout, "rvpoll: %s\n",
+                events.at(i).toLocal8Bit().constData());
     fflush(stdout);
     if (!o.quiet)
         fprintf(stderr, "%s\n", summaryLine(s).toLocal8Bit().constData());
@@ -266,7 +284,8 @@ int main(int argc, char **argv)
     if (scanLimit > 0 && poller.lastScanFailed())
         status = 1;
     const bool limited = scanLimit > 0 || o.durationS > 0;
-    const QStringList never = ReadState(poller.blocks(), o.station, o.multiStation).neverRead(o.vars);
+    const QStringList never =
+        ReadState(poller.blocks(), o.station, o.multiStation).neverRead(o.vars);
     if (limited && !never.isEmpty()) {
         fprintf(stderr, "rvpoll: never read: %s\n", never.join(" ").toLocal8Bit().constData());
         status = 1;

@@ -45,7 +45,7 @@ long long nowMs()
 int frameGapMs(int baud)
 {
     if (baud <= 0 || baud > 19200)
-        return 2;  // 1.75 ms, rounded up to what poll can wait
+        return 2;                      // 1.75 ms, rounded up to what poll can wait
     return (38500 + baud - 1) / baud;  // 3.5 characters of 11 bits
 }
 
@@ -71,7 +71,8 @@ bool SerialLink::open(const LinkSettings &settings, std::string &error)
     }
     const int probe = ::open(settings.port.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK);
     if (probe < 0 || !isatty(probe)) {
-        error = "cannot open " + settings.port + ": " + (probe < 0 ? strerror(errno) : "not a serial port");
+        error = "cannot open " + settings.port + ": " +
+                (probe < 0 ? strerror(errno) : "not a serial port");
         if (probe >= 0)
             ::close(probe);
         return false;
@@ -114,8 +115,9 @@ bool SerialLink::open(const LinkSettings &settings, std::string &error)
     const sp_parity parity = settings.parity == 'N'   ? SP_PARITY_NONE
                              : settings.parity == 'O' ? SP_PARITY_ODD
                                                       : SP_PARITY_EVEN;
-    if (sp_set_baudrate(port_, settings.baud) != SP_OK || sp_set_bits(port_, settings.dataBits) != SP_OK ||
-        sp_set_parity(port_, parity) != SP_OK || sp_set_stopbits(port_, settings.stopBits) != SP_OK ||
+    if (sp_set_baudrate(port_, settings.baud) != SP_OK ||
+        sp_set_bits(port_, settings.dataBits) != SP_OK || sp_set_parity(port_, parity) != SP_OK ||
+        sp_set_stopbits(port_, settings.stopBits) != SP_OK ||
         sp_set_flowcontrol(port_, SP_FLOWCONTROL_NONE) != SP_OK) {
         error = spError("cannot configure " + settings.port);
         close();
@@ -132,7 +134,8 @@ bool SerialLink::setRs485(std::string &error)
     rs.delay_rts_before_send = unsigned(settings_.rtsDelayBefore);
     rs.delay_rts_after_send = unsigned(settings_.rtsDelayAfter);
     if (sp_get_port_handle(port_, &fd) != SP_OK || ioctl(fd, TIOCSRS485, &rs) != 0) {
-        error = settings_.port + " does not support the kernel's RS-485 mode (TIOCSRS485: " + strerror(errno) +
+        error = settings_.port +
+                " does not support the kernel's RS-485 mode (TIOCSRS485: " + strerror(errno) +
                 "); use an adapter with automatic direction control, without --rs485";
         close();
         return false;

@@ -15,8 +15,8 @@ struct LinkSettings {
     int dataBits = 8;
     char parity = 'E';  // 'N', 'E' or 'O'
     int stopBits = 1;
-    int timeoutMs = 200;   // wait for the first reply byte
-    int gapMs = -1;        // silence that ends a reply; -1 = from the baud rate
+    int timeoutMs = 200;       // wait for the first reply byte
+    int gapMs = -1;            // silence that ends a reply; -1 = from the baud rate
     bool discardEcho = false;  // 2-wire adapters that hear their own frame
     bool rs485 = false;        // the kernel's RS-485 mode (TIOCSRS485)
     int rtsDelayBefore = 0;    // ms, in RS-485 mode

@@ -18,8 +18,8 @@ QString label(const VarSpec &v, int offset, bool showStation)
 struct Cell {
     QString label;
     QString text;
-    bool known;    // the last read of its registers succeeded
-    bool quoted;   // a string, quoted in JSON and CSV
+    bool known;   // the last read of its registers succeeded
+    bool quoted;  // a string, quoted in JSON and CSV
 };
 
 // The cells of one variable range and how many go on a table row.
@@ -27,7 +27,9 @@ QList<Cell> cellsOf(const VarSpec &v, const QList<int> &values, bool showStation
 {
     QList<Cell> cells;
     const bool bits = isBitArea(v.areaType);
-    const int step = bits ? 1 : registersPerValue(v.format) == 0 ? v.count : registersPerValue(v.format);
+    const int step = bits                               ? 1
+                     : registersPerValue(v.format) == 0 ? v.count
+                                                        : registersPerValue(v.format);
     perRow = bits ? (isOctalArea(v.areaType) ? 8 : 16) : step == 1 ? 8 : step == 2 ? 4 : 1;
     for (int k = 0; k + step <= values.size(); k += step) {
         const QList<int> words = values.mid(k, step);
@@ -115,8 +117,8 @@ QString renderTable(const QList<VarSpec> &vars, const ValueTable &values, bool s
     return out;
 }
 
-QString renderCsv(const QList<VarSpec> &vars, const ValueTable &values, long long scan, bool showStation,
-                  bool header)
+QString renderCsv(const QList<VarSpec> &vars, const ValueTable &values, long long scan,
+                  bool showStation, bool header)
 {
     QStringList labels, fields;
     for (int i = 0; i < vars.size() && i < values.size(); ++i) {
@@ -125,7 +127,8 @@ QString renderCsv(const QList<VarSpec> &vars, const ValueTable &values, long lon
         for (int k = 0; k < cells.size(); ++k) {
             const Cell &c = cells.at(k);
             labels << c.label;
-            fields << (c.quoted && c.known ? '"' + QString(c.text).replace('"', "\"\"") + '"' : c.text);
+            fields << (c.quoted && c.known ? '"' + QString(c.text).replace('"', "\"\"") + '"'
+                                           : c.text);
         }
     }
     const QString row = QDateTime::currentDateTimeUtc().toString("yyyy-MM-ddThh:mm:ss.zzzZ") + "," +
@@ -143,8 +146,9 @@ QString renderJson(const QList<VarSpec> &vars, const ValueTable &values, const P
                       .arg(s.scans)
                       .arg(QDateTime::currentDateTimeUtc().toString("yyyy-MM-ddThh:mm:ss.zzzZ"))
                       .arg(s.scanMs, 0, 'f', 2)
-                      .arg(s.scans <= 1 && s.framesPerSecond == 0 ? QString("null")
-                                                                   : QString::number(s.framesPerSecond, 'f', 1))
+                      .arg(s.scans <= 1 && s.framesPerSecond == 0
+                               ? QString("null")
+                               : QString::number(s.framesPerSecond, 'f', 1))
                       .arg(s.framesSent)
                       .arg(s.repliesGood)
                       .arg(s.retries)

@@ -13,8 +13,8 @@
 
 class ReadState;
 
-typedef QList<QList<int> > ValueTable;  // one list of element values per variable range
-const int kUnknown = -1;                // a value whose last read did not succeed
+typedef QList<QList<int>> ValueTable;  // one list of element values per variable range
+const int kUnknown = -1;               // a value whose last read did not succeed
 
 // Current values from the driver's local area (GetRegisterData): 0/1 for
 // bits, 0..65535 for words, kUnknown where `state` does not know the value.
@@ -28,8 +28,8 @@ QString renderTable(const QList<VarSpec> &vars, const ValueTable &values, bool s
 
 // One CSV row per scan: time, scan and each value (empty when unknown,
 // strings quoted); with `header` the line of names first.
-QString renderCsv(const QList<VarSpec> &vars, const ValueTable &values, long long scan, bool showStation,
-                  bool header);
+QString renderCsv(const QList<VarSpec> &vars, const ValueTable &values, long long scan,
+                  bool showStation, bool header);
 
 // One line: {"scan":N,"scan_ms":..,...,"values":{"D0":1,"D1":null,...},
 // "problems":[...],"writes":{...},"write_events":[...]}.

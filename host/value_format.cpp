@@ -54,8 +54,7 @@ QString formatValue(const ValueFormat &f, const QList<int> &words)
     if (words.isEmpty())
         return QString();
     switch (f.kind) {
-    case ValueFormat::Int16:
-        return QString::number(qint16(quint16(words.at(0))));
+    case ValueFormat::Int16: return QString::number(qint16(quint16(words.at(0))));
     case ValueFormat::Hex:
         return "0x" + QString::number(words.at(0), 16).toUpper().rightJustified(4, '0');
     case ValueFormat::Uint32:
@@ -79,8 +78,7 @@ QString formatValue(const ValueFormat &f, const QList<int> &words)
         const int end = bytes.indexOf('\0');
         return QString::fromLatin1(end < 0 ? bytes : bytes.left(end));
     }
-    default:
-        return QString::number(words.at(0));
+    default: return QString::number(words.at(0));
     }
 }
 
@@ -90,7 +88,8 @@ bool encodeValues(const ValueFormat &f, const QString &text, QList<int> &words, 
     if (f.kind == ValueFormat::String) {
         const QByteArray bytes = text.toLatin1();
         for (int i = 0; i < bytes.size(); i += 2)
-            words << ((quint8(bytes.at(i)) << 8) | (i + 1 < bytes.size() ? quint8(bytes.at(i + 1)) : 0));
+            words << ((quint8(bytes.at(i)) << 8) |
+                      (i + 1 < bytes.size() ? quint8(bytes.at(i + 1)) : 0));
         if (words.isEmpty())
             error = "an empty string writes nothing";
         return !words.isEmpty();
@@ -106,14 +105,16 @@ bool encodeValues(const ValueFormat &f, const QString &text, QList<int> &words, 
             if (ok)
                 splitWords(f, v, words);
         } else if (registersPerValue(f) == 2) {
-            const qlonglong v = t.startsWith("0x", Qt::CaseInsensitive) ? t.mid(2).toLongLong(&ok, 16)
-                                                                        : t.toLongLong(&ok, 10);
+            const qlonglong v = t.startsWith("0x", Qt::CaseInsensitive)
+                                    ? t.mid(2).toLongLong(&ok, 16)
+                                    : t.toLongLong(&ok, 10);
             ok = ok && v >= (f.kind == ValueFormat::Int32 ? -2147483648LL : 0) &&
                  v <= (f.kind == ValueFormat::Int32 ? 2147483647LL : 4294967295LL);
             if (ok)
                 splitWords(f, quint32(v), words);
         } else {
-            const long v = t.startsWith("0x", Qt::CaseInsensitive) ? t.mid(2).toLong(&ok, 16) : t.toLong(&ok, 10);
+            const long v = t.startsWith("0x", Qt::CaseInsensitive) ? t.mid(2).toLong(&ok, 16)
+                                                                   : t.toLong(&ok, 10);
             ok = ok && v >= -32768 && v <= 65535;
             if (ok)
                 words << int(v & 0xFFFF);

@@ -9,8 +9,8 @@ namespace {
 
 // Area names in area-type order; the type is the index.
 const char *const kAreaNames[AreaTypeCount] = {
-    "X",  "Y",  "M",  "S",   "T",   "C",  "ET", "SM", "HM", "HS",  "HT",  "HC",  "HSC",
-    "SEM", "D", "TD", "CD",  "FD",  "ETD", "SD", "HD", "SFD", "ID", "QD", "HSD", "FS"};
+    "X",   "Y", "M",  "S",  "T",  "C",   "ET", "SM", "HM",  "HS", "HT", "HC",  "HSC",
+    "SEM", "D", "TD", "CD", "FD", "ETD", "SD", "HD", "SFD", "ID", "QD", "HSD", "FS"};
 
 // Largest element address we accept at all; the driver cuts at the area's end.
 const int kMaxAddress = 0xFFFF;
@@ -65,7 +65,8 @@ bool parseStation(QString &text, bool needStation, int &station, QString &error)
     const int colon = text.indexOf(':');
     if (colon < 0 || text.isEmpty() || !text.at(0).isDigit()) {
         if (needStation) {
-            error = QString("'%1' needs a station prefix (e.g. 1:%1) with --multi-station").arg(text);
+            error =
+                QString("'%1' needs a station prefix (e.g. 1:%1) with --multi-station").arg(text);
             return false;
         }
         station = 0;
@@ -109,7 +110,10 @@ QString areaNameOf(int areaType)
     return isArea(areaType) ? QString(kAreaNames[areaType]) : QString();
 }
 
-bool isOctalArea(int areaType) { return areaType == 0 || areaType == 1; }
+bool isOctalArea(int areaType)
+{
+    return areaType == 0 || areaType == 1;
+}
 
 QString addressTextOf(int areaType, int address)
 {

@@ -23,10 +23,10 @@ QString addressTextOf(int areaType, int address);
 QString elementName(int areaType, int address);
 
 struct VarSpec {
-    int station = 0;   // 0 = the default station
+    int station = 0;  // 0 = the default station
     int areaType = -1;
-    int address = 0;   // element address (bit number or word number)
-    int count = 1;     // elements
+    int address = 0;  // element address (bit number or word number)
+    int count = 1;    // elements
     ValueFormat format;
     bool hasFormat = false;  // given with the range: "D100-D101:float"
 };
@@ -40,9 +40,9 @@ bool parseVarSpec(const QString &text, bool needStation, VarSpec &out, QString &
 bool parseVarList(const QString &text, bool needStation, QList<VarSpec> &out, QString &error);
 
 struct WriteSpec {
-    QString text;        // as given: "D200=3.5:float"
-    VarSpec target;      // count = number of values
-    QList<int> values;   // 0/1 for bits, 0..65535 for words
+    QString text;       // as given: "D200=3.5:float"
+    VarSpec target;     // count = number of values
+    QList<int> values;  // 0/1 for bits, 0..65535 for words
 };
 
 // "D100=0x1234", "D10=1,2,3" (consecutive words), "M5=1", "2:D0=7",

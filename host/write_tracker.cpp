@@ -12,12 +12,14 @@ const int kWriteListSize = 1024;
 
 }  // namespace
 
-WriteTracker::WriteTracker(const DriverApi &api, int defaultStation, bool multiStation, int blockUnits,
-                           int requeueLimit)
-    : api_(api), defaultStation_(defaultStation), multiStation_(multiStation), blockUnits_(blockUnits),
+WriteTracker::WriteTracker(const DriverApi &api, int defaultStation, bool multiStation,
+                           int blockUnits, int requeueLimit)
+    : api_(api),
+      defaultStation_(defaultStation),
+      multiStation_(multiStation),
+      blockUnits_(blockUnits),
       requeueLimit_(requeueLimit)
-{
-}
+{}
 
 bool WriteTracker::queue(const WriteSpec &w, QString &message)
 {
@@ -31,7 +33,8 @@ bool WriteTracker::queue(const WriteSpec &w, QString &message)
     for (int i = 0; i < entries_.size(); ++i) {
         Entry &old = entries_[i];
         if (old.outcome == Pending && !old.waiting && old.station == e.station &&
-            old.spec.target.areaType == w.target.areaType && old.spec.target.address == w.target.address &&
+            old.spec.target.areaType == w.target.areaType &&
+            old.spec.target.address == w.target.address &&
             old.spec.target.count == w.target.count) {
             queuedParts_ -= old.parts - old.partsDone;
             finish(old, Dropped, "replaced by " + e.text);
@@ -57,12 +60,13 @@ bool WriteTracker::queueEntry(Entry &e, int id)
     const int elements = isBitArea(t.areaType) ? probe.size() : probe.size() / 2;
     const bool full = queuedParts_ >= kWriteListSize;
     QByteArray bytes = writeBytes(e.spec);
-    const int pending = api_.SetRegisterData(areaNameOf(t.areaType), t.areaType, address, e.station, &bytes,
-                                             t.count, 0, id);
+    const int pending = api_.SetRegisterData(areaNameOf(t.areaType), t.areaType, address, e.station,
+                                             &bytes, t.count, 0, id);
     if (pending <= 0 || full || elements <= 0) {
-        finish(e, Refused, elements <= 0 ? "past the end of the " + areaNameOf(t.areaType) + " area"
-                           : full     ? "the driver's write list is full"
-                                      : "X and SEM cannot be written");
+        finish(e, Refused,
+               elements <= 0 ? "past the end of the " + areaNameOf(t.areaType) + " area"
+               : full        ? "the driver's write list is full"
+                             : "X and SEM cannot be written");
         return false;
     }
     const int unit = blockUnits_ > 0 ? blockUnits_ : elements;
@@ -96,7 +100,8 @@ RW_VAR *WriteTracker::dataCom(QByteArray *reply)
     if (code == 0 || code == -1)
         return r;  // retry pending: nothing finished
     const bool ok = code == 1 || code == 100;
-    const int own = r->rwMode == 1 && r->ownerId >= 1 && r->ownerId <= entries_.size() ? r->ownerId - 1 : -1;
+    const int own =
+        r->rwMode == 1 && r->ownerId >= 1 && r->ownerId <= entries_.size() ? r->ownerId - 1 : -1;
     if (own >= 0 && entries_[own].outcome == Pending && !entries_[own].waiting) {
         Entry &e = entries_[own];
         ++e.partsDone;
@@ -117,11 +122,13 @@ RW_VAR *WriteTracker::dataCom(QByteArray *reply)
             queuedParts_ -= e.parts - e.partsDone;
             if (e.requeues < requeueLimit_) {
                 e.waiting = true;
-                lastEvent_ = "write " + e.text + ": dropped by a give-up, queued again once station " +
+                lastEvent_ = "write " + e.text +
+                             ": dropped by a give-up, queued again once station " +
                              QString::number(e.station) + " answers";
                 events_.append(lastEvent_);
             } else {
-                finish(e, Dropped, "a give-up on station " + QString::number(r->station) + " removed it");
+                finish(e, Dropped,
+                       "a give-up on station " + QString::number(r->station) + " removed it");
             }
         } else if (ok && e.waiting) {
             ++e.requeues;
@@ -180,7 +187,9 @@ int WriteTracker::unfinished(QStringList &lines) const
             continue;
         ++n;
         if (e.outcome == Pending)
-            lines << "write " + e.text + (e.waiting ? ": dropped (its station never answered again)" : ": still queued");
+            lines << "write " + e.text +
+                         (e.waiting ? ": dropped (its station never answered again)"
+                                    : ": still queued");
     }
     return n;
 }

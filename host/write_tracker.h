@@ -51,7 +51,7 @@ private:
         WriteSpec spec;
         QString text;
         int station = 0;
-        int parts = 0;      // blocks the driver queued it as
+        int parts = 0;  // blocks the driver queued it as
         int partsDone = 0;
         int requeues = 0;
         bool waiting = false;  // dropped, to be queued again when the station answers

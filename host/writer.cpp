@@ -9,11 +9,16 @@
 
 StdinWriter::StdinWriter(WriteTracker &tracker, bool multiStation, const ValueFormat &format,
                          bool echoMessages)
-    : tracker_(tracker), multiStation_(multiStation), format_(format), echo_(echoMessages)
-{
-}
+    : tracker_(tracker),
+      multiStation_(multiStation),
+      format_(format),
+      echo_(echoMessages)
+{}
 
-void StdinWriter::start() { thread_ = std::thread(&StdinWriter::run, this); }
+void StdinWriter::start()
+{
+    thread_ = std::thread(&StdinWriter::run, this);
+}
 
 void StdinWriter::stop()
 {

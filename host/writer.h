@@ -14,7 +14,8 @@
 // end of input or stop(); "q" or "quit" asks the program to finish.
 class StdinWriter {
 public:
-    StdinWriter(WriteTracker &tracker, bool multiStation, const ValueFormat &format, bool echoMessages);
+    StdinWriter(WriteTracker &tracker, bool multiStation, const ValueFormat &format,
+                bool echoMessages);
     ~StdinWriter() { stop(); }
 
     void start();

@@ -59,7 +59,7 @@ TEST(MinimalRuntime, ScreenedRepliesNeverReportALostWriteDone)
     ComInfo *info = resetDriver();
     info->retryLimit = 3;
 
-    std::mt19937 line(5);  // which requests the line loses
+    std::mt19937 line(5);        // which requests the line loses
     std::set<int> reportedDone;  // D100 + k, written with k + 1
     int queued = 0, screened = 0;
     for (int round = 0; round < 150; ++round) {
@@ -74,9 +74,9 @@ TEST(MinimalRuntime, ScreenedRepliesNeverReportALostWriteDone)
         const QByteArray frame = p->frame.left(p->sendLength);
         const bool lost = line() % 10 < 3;
         QByteArray reply = peer.transact(lost ? QByteArray() : frame, p->replyLength, timeoutMs);
-        if (!replyMatchesRequest(reinterpret_cast<const unsigned char *>(frame.constData()),
-                                 frame.size(), reinterpret_cast<const unsigned char *>(reply.constData()),
-                                 reply.size())) {
+        if (!replyMatchesRequest(
+                reinterpret_cast<const unsigned char *>(frame.constData()), frame.size(),
+                reinterpret_cast<const unsigned char *>(reply.constData()), reply.size())) {
             reply.clear();
             ++screened;
         }
@@ -87,7 +87,8 @@ TEST(MinimalRuntime, ScreenedRepliesNeverReportALostWriteDone)
     // How many late echoes came depends on timing (few under Valgrind); a
     // plain run sees some, and without the screen about 2 of 60 writes
     // were then reported done that never landed.
-    std::printf("%d replies screened out, %zu writes reported done\n", screened, reportedDone.size());
+    std::printf("%d replies screened out, %zu writes reported done\n", screened,
+                reportedDone.size());
     EXPECT_GT(reportedDone.size(), 0u);
     std::this_thread::sleep_for(std::chrono::milliseconds(2 * rates.delayMs));
     int neverLanded = 0;

@@ -196,10 +196,12 @@ TEST(ToolsTest, ValuesNeverReadAreNeverShownAsNumbers)
          {"\"1:D50\":0", "\"3:D50\":null", "\"given_up\":1",
           "D50 on station 3: no reply (code 41): check station"}},
         // The wrong station.
-        {"--station 2 --retries 0 --timeout-ms 50 D0-D1", {"D0 |     --     --", "never read: D0-D1"}},
+        {"--station 2 --retries 0 --timeout-ms 50 D0-D1",
+         {"D0 |     --     --", "never read: D0-D1"}},
         // Past the end of D (D0 to D7999).
-        {"D7998-D8001", {"D7998 |      0      0     --     --", "D8000-D8001: past the end of the D area",
-                         "never read: D8000-D8001"}},
+        {"D7998-D8001",
+         {"D7998 |      0      0     --     --", "D8000-D8001: past the end of the D area",
+          "never read: D8000-D8001"}},
         // Station 0 is the broadcast address.
         {"--station 0 D0", {"D0 |     --", "broadcast address"}},
     };
@@ -234,10 +236,11 @@ TEST(ToolsTest, WritesLandInTheControllerAndReadBack)
 
     // A write to a station that never answers fails with its code; the
     // write queued behind it is dropped by that give-up.
-    r = run(poll(sim.path(), "--station 9 --once --retries 0 --timeout-ms 30 --write D61=1 --write D62=1 D0"));
+    r = run(poll(sim.path(),
+                 "--station 9 --once --retries 0 --timeout-ms 30 --write D61=1 --write D62=1 D0"));
     EXPECT_EQ(1, r.status);
-    EXPECT_EQ("", missing(r.out + r.err, {"write D61=1: failed (code 41: no reply)",
-                                          "write D62=1: dropped"}))
+    EXPECT_EQ("", missing(r.out + r.err,
+                          {"write D61=1: failed (code 41: no reply)", "write D62=1: dropped"}))
         << r.out << r.err;
 
     // A fresh poller, with an empty mirror, reads the values back; its
@@ -267,24 +270,28 @@ TEST(ToolsTest, WritesLandInTheControllerAndReadBack)
     EXPECT_EQ(1, r.status) << r.err;  // X0 was refused
     EXPECT_TRUE(sim.waitFor({"register 101 = 0x004D (77)"})) << sim.output();
     EXPECT_EQ("", missing(r.out, {"D101 |     77", "a word takes", "write D101=77: written",
-                                  "write X0=1: refused"})) << r.out;
+                                  "write X0=1: refused"}))
+        << r.out;
 }
 
 TEST(ToolsTest, FormatsRoundTripAndCsvRows)
 {
     Sim sim;
     ASSERT_FALSE(sim.path().empty()) << sim.output();
-    Result r = run(poll(sim.path(), "--once --write D100=-2 --write D102=-1.5:float --write D104=-1.5:float:cdab "
-                                    "--write D106=hello:string D100:int16 D102-D103:float D104-D105:float:cdab "
-                                    "D106-D108:string"));
+    Result r = run(poll(
+        sim.path(), "--once --write D100=-2 --write D102=-1.5:float --write D104=-1.5:float:cdab "
+                    "--write D106=hello:string D100:int16 D102-D103:float D104-D105:float:cdab "
+                    "D106-D108:string"));
     ASSERT_EQ(0, r.status) << r.err;
     // abcd puts the high word first, cdab second; strings go high byte first.
-    EXPECT_TRUE(sim.waitFor({"register 100 = 0xFFFE", "register 102 = 0xBFC0", "register 105 = 0xBFC0",
-                             "register 106 = 0x6865", "register 108 = 0x6F00"}))
+    EXPECT_TRUE(
+        sim.waitFor({"register 100 = 0xFFFE", "register 102 = 0xBFC0", "register 105 = 0xBFC0",
+                     "register 106 = 0x6865", "register 108 = 0x6F00"}))
         << sim.output();
     // Read back by a fresh poller, in the same formats and in others.
-    r = run(poll(sim.path(), "--scans 2 --interval-ms 0 --csv D100:int16 D102-D103:float D104-D105:float:cdab "
-                             "D102-D103:int32 D106-D108:string D100:hex D7999-D8000"));
+    r = run(poll(sim.path(),
+                 "--scans 2 --interval-ms 0 --csv D100:int16 D102-D103:float D104-D105:float:cdab "
+                 "D102-D103:int32 D106-D108:string D100:hex D7999-D8000"));
     EXPECT_EQ(1, r.status) << r.err;  // D8000 is past the end of D
     const std::string header = "time,scan,D100,D102,D104,D102,D106,D100,D7999,D8000\n";
     ASSERT_EQ(0u, r.out.find(header)) << r.out;
@@ -366,7 +373,8 @@ TEST(ToolsTest, PollingSurvivesTheLineGoingAway)
     }
     poller.join();
     EXPECT_EQ(1, r.status);
-    EXPECT_EQ("", missing(r.out + r.err, {"LINK LOST, ", "lost and not back after"})) << r.out << r.err;
+    EXPECT_EQ("", missing(r.out + r.err, {"LINK LOST, ", "lost and not back after"}))
+        << r.out << r.err;
 }
 
 TEST(ToolsTest, BadInputGivesAClearMessageAndStatusTwo)
@@ -476,8 +484,9 @@ TEST(ToolsTest, VariableTextsCodeMeaningsAndReplyFraming)
         {"\x01\x06\x00\x64\x00\x05", "\x01\x06\x00", 3, true},   // short: the driver's to judge
     };
     for (const auto &c : screens) {
-        EXPECT_EQ(c.matches, replyMatchesRequest(reinterpret_cast<const unsigned char *>(c.request), 6,
-                                                 reinterpret_cast<const unsigned char *>(c.reply), c.replyLength))
+        EXPECT_EQ(c.matches, replyMatchesRequest(
+                                 reinterpret_cast<const unsigned char *>(c.request), 6,
+                                 reinterpret_cast<const unsigned char *>(c.reply), c.replyLength))
             << testing::PrintToString(std::string(c.reply, c.replyLength));
     }
 }
