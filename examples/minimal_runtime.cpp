@@ -5,15 +5,19 @@
 //   minimal_runtime /dev/ttyUSB0 [station] [baud] [library]
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <poll.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 
 #include <quorvel_rv/quorvel_rv_series.h>
+
+#include "reply_screen.h"
 
 namespace {
 
@@ -27,7 +31,8 @@ struct Api {
     int (*GetRegisterData)(QString, int, QString, int, QByteArray *, int);
 };
 
-template <typename F> bool find(void *lib, const char *name, F &slot)
+template <typename F>
+bool find(void *lib, const char *name, F &slot)
 {
     if (!(slot = reinterpret_cast<F>(dlsym(lib, name))))
         std::fprintf(stderr, "minimal_runtime: %s missing from the driver\n", name);
@@ -35,6 +40,8 @@ template <typename F> bool find(void *lib, const char *name, F &slot)
 }
 
 // 8 data bits, even parity, one stop bit (8E1), the usual Modbus RTU setting.
+// A pseudo-terminal (a simulated line) has no line settings and refuses a
+// parity bit, so it is only made raw.
 int openPort(const char *path, int baud)
 {
     const int fd = open(path, O_RDWR | O_NOCTTY);
@@ -42,12 +49,18 @@ int openPort(const char *path, int baud)
     if (fd < 0 || tcgetattr(fd, &tio) != 0)
         return -1;
     cfmakeraw(&tio);
-    tio.c_cflag |= CLOCAL | CREAD | PARENB;
-    tio.c_cflag &= ~(CSTOPB | PARODD);
-    const speed_t speed = baud == 9600 ? B9600 : baud == 38400 ? B38400
-                        : baud == 115200 ? B115200 : B19200;
-    cfsetispeed(&tio, speed);
-    cfsetospeed(&tio, speed);
+    tio.c_cflag |= CLOCAL | CREAD;
+    char real[PATH_MAX];
+    if (!realpath(path, real) || std::strncmp(real, "/dev/pts/", 9) != 0) {
+        tio.c_cflag |= PARENB;
+        tio.c_cflag &= ~(CSTOPB | PARODD);
+        const speed_t speed = baud == 9600     ? B9600
+                              : baud == 38400  ? B38400
+                              : baud == 115200 ? B115200
+                                               : B19200;
+        cfsetispeed(&tio, speed);
+        cfsetospeed(&tio, speed);
+    }
     return tcsetattr(fd, TCSANOW, &tio) == 0 ? fd : -1;
 }
 
@@ -59,7 +72,8 @@ int readReply(int fd, QByteArray &reply, int expected)
     char buf[256];
     pollfd p = {fd, POLLIN, 0};
     while (expected < 0 || reply.size() < expected) {
-        const ssize_t n = poll(&p, 1, reply.isEmpty() ? 500 : 50) > 0 ? read(fd, buf, sizeof buf) : 0;
+        const ssize_t n =
+            poll(&p, 1, reply.isEmpty() ? 500 : 50) > 0 ? read(fd, buf, sizeof buf) : 0;
         if (n <= 0)
             break;
         reply.append(buf, int(n));
@@ -88,8 +102,7 @@ int main(int argc, char **argv)
         !find(lib, "FlashLocalRegister", api.FlashLocalRegister) ||
         !find(lib, "ReCreatReadVarList", api.ReCreatReadVarList) ||
         !find(lib, "ComCommunication", api.ComCommunication) ||
-        !find(lib, "DataCom", api.DataCom) ||
-        !find(lib, "GetRegisterData", api.GetRegisterData))
+        !find(lib, "DataCom", api.DataCom) || !find(lib, "GetRegisterData", api.GetRegisterData))
         return 2;
     const int fd = openPort(argv[1], baud);
     if (fd < 0)
@@ -129,7 +142,13 @@ int main(int argc, char **argv)
         if (write(fd, frame->frame.constData(), frame->sendLength) != frame->sendLength)
             return 1;
         tcdrain(fd);
-        const int got = frame->replyLength == 0 ? 0 : readReply(fd, reply, frame->replyLength);
+        int got = frame->replyLength == 0 ? 0 : readReply(fd, reply, frame->replyLength);
+        // A reply that cannot answer this frame (a late answer to an earlier
+        // one) is handed over as no reply, so the driver sends the frame again.
+        if (!replyMatchesRequest(reinterpret_cast<const unsigned char *>(frame->frame.constData()),
+                                 frame->sendLength,
+                                 reinterpret_cast<const unsigned char *>(reply.constData()), got))
+            got = 0;
         const RW_VAR *done = api.DataCom(&reply, got);
         if (done->result != 0 && done->result != 1 && done->result != 100)
             std::printf("request given up, code %d\n", done->result);

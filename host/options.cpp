@@ -1,117 +1,269 @@
 #include "options.h"
 
+#include <CLI/CLI.hpp>
+
 #include <QFile>
 #include <QStringList>
 
+#include "localarea/areas.h"
+
 namespace {
 
-bool toInt(const QString &text, int low, int high, int &out)
+bool toInt(const std::string &text, int low, int high, int &out)
 {
     bool ok = false;
-    out = text.toInt(&ok, 10);
+    out = QString::fromStdString(text).toInt(&ok, 10);
     return ok && out >= low && out <= high;
+}
+
+// A port given without --port: a path or a terminal's name.
+bool looksLikePort(const QString &arg)
+{
+    return arg.startsWith('/') || arg.startsWith("tty") || arg.startsWith("./");
 }
 
 }  // namespace
 
+char parityByName(const QString &text)
+{
+    const QString p = text.toLower();
+    if (p == "n" || p == "none")
+        return 'N';
+    if (p == "e" || p == "even")
+        return 'E';
+    if (p == "o" || p == "odd")
+        return 'O';
+    return 0;
+}
+
+const char *versionText()
+{
+    return "rvpoll (Quorvel RV tools) " RV_VERSION "\n";
+}
+
 const char *usageText()
 {
-    return "usage: rvpoll --port DEVICE [options] VARIABLES...\n"
-           "  VARIABLES      D0-D19 M0-M63 X0-X17 TD5 (X and Y octal); 1:D0-D9 with --multi-station\n"
-           "  --port DEV     serial device (or give it as the first argument)\n"
-           "  --baud N       19200   --parity N|E|O  E   --data 7|8  8   --stop 1|2  1\n"
-           "  --timeout-ms N reply timeout, 200      --gap-ms N  end-of-reply silence\n"
-           "  --station N    station, 1              --retries N retries before giving up, 2\n"
-           "  --block N      most units per request, 64\n"
-           "  --multi-station  every variable names its station (1:D0-D9 2:D0-D9)\n"
-           "  --vars FILE    variables from a file ('#' comments)\n"
-           "  --write E=V    write before polling: D100=0x1234, D10=1,2,3, M5=1 (repeatable);\n"
-           "                 lines typed on standard input are written the same way\n"
-           "  --once         one full scan, then exit     --scans N  N scans, then exit\n"
-           "  --duration S   poll for S seconds           --interval-ms N  pause between scans, 100\n"
-           "  --json         one JSON object per scan     --hex  words in hexadecimal\n"
-           "  --echo         discard the echo of a 2-wire adapter\n"
-           "  -v             trace frames: [01][03].. sent, <01><03>.. received\n"
-           "  --lib PATH     driver library instead of libQuorvel_RV_Series.so.1\n"
-           "                 (built against the same Qt, 4 or 5, as rvpoll: it refuses the other)\n"
-           "exit status: 0 ok, 1 the controller never answered (or --once/--scans ended on\n"
-           "a failed scan), 2 bad command line, port or driver\n";
+    return "Usage: rvpoll [OPTION]... [DEVICE] VARIABLE...\n"
+           "Poll Quorvel RV controllers through the driver library, loaded and driven as the\n"
+           "panel runtime does it, and show their values.\n"
+           "\n"
+           "VARIABLE is a range of elements: D0-D19 M0-M63 X0-X17 (X and Y octal) TD5,\n"
+           "with a format D100-D101:float, and with a station 1:D0-D9 (--multi-station).\n"
+           "DEVICE (or --port) is a serial device: /dev/ttyUSB0, ttyS0, a pseudo-terminal.\n"
+           "\n"
+           "Line:\n"
+           "      --port=DEV        serial device\n"
+           "  -b, --baud=N          baud rate (default 19200)\n"
+           "  -P, --parity=P        none|even|odd or N|E|O (default even)\n"
+           "  -d, --data=N          data bits, 7 or 8 (default 8)\n"
+           "  -s, --stop=N          stop bits, 1 or 2 (default 1)\n"
+           "      --timeout-ms=N    reply timeout (default 200)\n"
+           "      --gap-ms=N        silence that ends a reply (default from the baud rate)\n"
+           "      --echo            discard the echo of a 2-wire adapter\n"
+           "      --rs485           switch the port to the kernel's RS-485 mode\n"
+           "      --rts-delay-before=MS, --rts-delay-after=MS\n"
+           "                        RTS delays around sending in RS-485 mode\n"
+           "\n"
+           "Driver:\n"
+           "  -a, --station=N       station (default 1); 0 is the broadcast address, which\n"
+           "                        takes writes but cannot be read\n"
+           "      --retries=N       retries before giving up (default 2)\n"
+           "      --block=N         most units per request (default 64)\n"
+           "      --multi-station   every variable names its station (1:D0-D9 2:D0-D9)\n"
+           "      --lib=PATH        driver library instead of libQuorvel_RV_Series.so.1, built\n"
+           "                        against the same Qt (4 or 5) as rvpoll: it refuses the other\n"
+           "\n"
+           "What to poll and write:\n"
+           "      --vars=FILE       variables from a file ('#' comments)\n"
+           "      --write=E=V       write before polling (repeatable): D100=0x1234, D10=1,2,3,\n"
+           "                        M5=1, D100=-1, D200=3.5:float, D300=abc:string\n"
+           "      --writes-from-stdin  also take writes from standard input when it is no\n"
+           "                        terminal (lines typed on a terminal are always taken)\n"
+           "      --requeue         queue a write a give-up dropped again, up to 5 times, once\n"
+           "                        its station answers (the default)\n"
+           "      --no-requeue      leave a write dropped by a give-up dropped\n"
+           "\n"
+           "How long:\n"
+           "  -1, --once            one full scan, then exit\n"
+           "      --scans=N         N scans, then exit (each one shown)\n"
+           "      --duration=S      poll for S seconds\n"
+           "  -l, --interval-ms=N   pause between scans (default 100)\n"
+           "\n"
+           "Output (plain text is shown at most once a second unless scans are counted):\n"
+           "      --format=F        uint16 (default), int16, hex, uint32, int32, float,\n"
+           "                        string; 32-bit ones in word order :abcd (default) or :cdab\n"
+           "      --hex             same as --format=hex\n"
+           "      --json            one JSON object per scan; unknown values are null\n"
+           "      --csv             one CSV row per scan after a header line\n"
+           "  -v, --verbose         trace frames: [01][03].. sent, <01><03>.. received\n"
+           "  -q, --quiet           no summary and no write messages on the way\n"
+           "  -h, --help            display this help and exit\n"
+           "  -V, --version         output version information and exit\n"
+           "\n"
+           "Values never read, or whose last read failed, show as -- (? for bits).\n"
+           "Option values follow an equals sign or a blank (--baud=9600, --baud 9600).\n"
+           "\n"
+           "Exit status: 0 ok; 1 the controller never answered, a requested value was never\n"
+           "read, a write did not land, the link was lost for good, or --once/--scans ended\n"
+           "on a failed scan; 2 bad command line, port or driver.\n";
 }
 
 bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
 {
-    QStringList varTexts, writeTexts;
-    QString varsFile;
-    for (int i = 1; i < argc; ++i) {
-        const QString arg = QString::fromLocal8Bit(argv[i]);
-        const bool hasValue = i + 1 < argc;
-        const QString value = hasValue ? QString::fromLocal8Bit(argv[i + 1]) : QString();
-        int n = 0;
-        if (arg == "-h" || arg == "--help") {
-            opts.help = true;
-            return true;
+    CLI::App app("rvpoll");
+    app.set_help_flag();
+    app.allow_extras();
+    app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+
+    std::string port, baud, parity, data, stop, timeout, gap, rtsBefore, rtsAfter, station, retries,
+        block, lib, varsFile, scans, duration, interval, format;
+    std::vector<std::string> writes;
+    bool hex = false, noRequeue = false;
+    app.add_flag("-h,--help", opts.help);
+    app.add_flag("-V,--version", opts.version);
+    app.add_flag("-1,--once", opts.once);
+    app.add_flag("--json", opts.json);
+    app.add_flag("--csv", opts.csv);
+    app.add_flag("--hex", hex);
+    app.add_flag("-v,--verbose", opts.verbose);
+    app.add_flag("-q,--quiet", opts.quiet);
+    app.add_flag("--echo", opts.link.discardEcho);
+    app.add_flag("--rs485", opts.link.rs485);
+    app.add_flag("--multi-station", opts.multiStation);
+    app.add_flag("--writes-from-stdin", opts.writesFromStdin);
+    bool requeue = false;
+    app.add_flag("--requeue", requeue);
+    app.add_flag("--no-requeue", noRequeue);
+    app.add_option("--port", port);
+    app.add_option("-b,--baud", baud);
+    app.add_option("-P,--parity", parity);
+    app.add_option("-d,--data", data);
+    app.add_option("-s,--stop", stop);
+    app.add_option("--timeout-ms", timeout);
+    app.add_option("--gap-ms", gap);
+    app.add_option("--rts-delay-before", rtsBefore);
+    app.add_option("--rts-delay-after", rtsAfter);
+    app.add_option("-a,--station", station);
+    app.add_option("--retries", retries);
+    app.add_option("--block", block);
+    app.add_option("--lib", lib);
+    app.add_option("--vars", varsFile);
+    app.add_option("--write", writes)
+        ->allow_extra_args(false)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    app.add_option("--scans", scans);
+    app.add_option("--duration", duration);
+    app.add_option("-l,--interval-ms", interval);
+    app.add_option("--format", format);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError &e) {
+        // With extras allowed, a missing value is all CLI11 can object to:
+        // "--baud: 1 required TEXT missing".
+        const std::string what = e.what();
+        error = QString::fromStdString(what.substr(0, what.find(':'))) + " needs a value";
+        return false;
+    }
+    if (opts.help || opts.version)
+        return true;
+    opts.requeue = !noRequeue;
+    opts.lib = lib;
+    opts.link.port = port;
+
+    struct Check {
+        const char *name;
+        const std::string &value;
+        bool ok;
+    };
+    int n = 0;
+    const Check checks[] = {
+        {"--baud", baud, baud.empty() || toInt(baud, 50, 4000000, opts.link.baud)},
+        {"--parity", parity, parity.empty() || parityByName(QString::fromStdString(parity)) != 0},
+        {"--data", data, data.empty() || toInt(data, 7, 8, opts.link.dataBits)},
+        {"--stop", stop, stop.empty() || toInt(stop, 1, 2, opts.link.stopBits)},
+        {"--timeout-ms", timeout, timeout.empty() || toInt(timeout, 1, 60000, opts.link.timeoutMs)},
+        {"--gap-ms", gap, gap.empty() || toInt(gap, 0, 10000, opts.link.gapMs)},
+        {"--rts-delay-before", rtsBefore,
+         rtsBefore.empty() || toInt(rtsBefore, 0, 1000, opts.link.rtsDelayBefore)},
+        {"--rts-delay-after", rtsAfter,
+         rtsAfter.empty() || toInt(rtsAfter, 0, 1000, opts.link.rtsDelayAfter)},
+        {"--station", station, station.empty() || toInt(station, 0, 247, opts.station)},
+        {"--retries", retries, retries.empty() || toInt(retries, 0, 100, opts.retries)},
+        {"--block", block, block.empty() || toInt(block, 1, 125, opts.blockUnits)},
+        {"--interval-ms", interval,
+         interval.empty() || toInt(interval, 0, 3600000, opts.intervalMs)},
+        {"--scans", scans,
+         scans.empty() || (toInt(scans, 1, 1000000000, n) && (opts.scans = n) > 0)},
+        {"--duration", duration,
+         duration.empty() || ((opts.durationS = QString::fromStdString(duration).toDouble()) > 0)},
+    };
+    for (const Check &c : checks) {
+        if (!c.ok) {
+            error = QString("bad value '%1' for %2").arg(QString::fromStdString(c.value), c.name);
+            return false;
         }
-        if (arg == "--once") { opts.once = true; continue; }
-        if (arg == "--json") { opts.json = true; continue; }
-        if (arg == "-v" || arg == "--verbose") { opts.verbose = true; continue; }
-        if (arg == "--hex") { opts.hex = true; continue; }
-        if (arg == "--echo") { opts.link.discardEcho = true; continue; }
-        if (arg == "--multi-station") { opts.multiStation = true; continue; }
-        if (arg.startsWith("--")) {
-            if (!hasValue) {
-                error = arg + " needs a value";
-                return false;
-            }
-            ++i;
-            bool ok = true;
-            if (arg == "--port") opts.link.port = value.toStdString();
-            else if (arg == "--lib") opts.lib = value.toStdString();
-            else if (arg == "--vars") varsFile = value;
-            else if (arg == "--write") writeTexts << value;
-            else if (arg == "--baud") ok = toInt(value, 50, 4000000, opts.link.baud);
-            else if (arg == "--data") ok = toInt(value, 7, 8, opts.link.dataBits);
-            else if (arg == "--stop") ok = toInt(value, 1, 2, opts.link.stopBits);
-            else if (arg == "--timeout-ms") ok = toInt(value, 1, 60000, opts.link.timeoutMs);
-            else if (arg == "--gap-ms") ok = toInt(value, 0, 10000, opts.link.gapMs);
-            else if (arg == "--station") ok = toInt(value, 0, 247, opts.station);
-            else if (arg == "--retries") ok = toInt(value, 0, 100, opts.retries);
-            else if (arg == "--block") ok = toInt(value, 1, 125, opts.blockUnits);
-            else if (arg == "--interval-ms") ok = toInt(value, 0, 3600000, opts.intervalMs);
-            else if (arg == "--scans") { ok = toInt(value, 1, 1000000000, n); opts.scans = n; }
-            else if (arg == "--duration") opts.durationS = value.toDouble(&ok), ok = ok && opts.durationS > 0;
-            else if (arg == "--parity") {
-                const QString p = value.toUpper();
-                ok = p == "N" || p == "E" || p == "O";
-                if (ok)
-                    opts.link.parity = p.at(0).toLatin1();
-            } else {
-                error = "unknown option " + arg;
-                return false;
-            }
-            if (!ok) {
-                error = QString("bad value '%1' for %2").arg(value, arg);
-                return false;
-            }
-            continue;
+    }
+    if (opts.json && opts.csv) {
+        error = "--json and --csv do not combine";
+        return false;
+    }
+    if (!parity.empty())
+        opts.link.parity = parityByName(QString::fromStdString(parity));
+    if (!rtsBefore.empty() || !rtsAfter.empty())
+        opts.link.rs485 = true;
+    QString formatError;
+    if (hex)
+        opts.format.kind = ValueFormat::Hex;
+    if (!format.empty() && !parseFormat(QString::fromStdString(format), opts.format, formatError)) {
+        error = "--format: " + formatError;
+        return false;
+    }
+
+    QStringList varTexts;
+    const std::vector<std::string> extras = app.remaining();
+    for (const std::string &e : extras) {
+        const QString arg = QString::fromLocal8Bit(e.c_str());
+        if (arg.startsWith('-') && arg.size() > 1) {
+            error = "unknown option " + arg;
+            return false;
         }
-        if (arg.startsWith('/') && opts.link.port.empty())
-            opts.link.port = arg.toStdString();
+        if (looksLikePort(arg) && opts.link.port.empty())
+            opts.link.port = (arg.startsWith("tty") ? "/dev/" + arg : arg).toStdString();
         else
             varTexts << arg;
     }
-    if (!varsFile.isEmpty()) {
-        QFile file(varsFile);
+    if (!varsFile.empty()) {
+        QFile file(QString::fromStdString(varsFile));
         if (!file.open(QIODevice::ReadOnly)) {
-            error = "cannot read " + varsFile;
+            error = "cannot read " + file.fileName() + ": " + file.errorString();
             return false;
         }
         varTexts << QString::fromLocal8Bit(file.readAll());
     }
     if (!parseVarList(varTexts.join("\n"), opts.multiStation, opts.vars, error))
         return false;
-    for (int i = 0; i < writeTexts.size(); ++i) {
+    for (int i = 0; i < opts.vars.size(); ++i) {
+        VarSpec &v = opts.vars[i];
+        if (v.hasFormat || !isWordArea(v.areaType))
+            continue;
+        v.format = opts.format;
+        if (registersPerValue(v.format) == 2 && v.count % 2) {
+            error = QString("%1: a 32-bit format takes an even number of registers")
+                        .arg(elementName(v.areaType, v.address));
+            return false;
+        }
+    }
+    // Variables that name several stations poll several stations.
+    for (int i = 1; !opts.multiStation && i < opts.vars.size(); ++i) {
+        if (opts.vars.at(i).station != opts.vars.at(0).station) {
+            error = "variables name several stations: add --multi-station";
+            return false;
+        }
+    }
+    for (const std::string &text : writes) {
         WriteSpec w;
-        if (!parseWriteSpec(writeTexts.at(i), opts.multiStation, w, error))
+        if (!parseWriteSpec(QString::fromLocal8Bit(text.c_str()), opts.multiStation, w, error,
+                            opts.format))
             return false;
         opts.writes.append(w);
     }

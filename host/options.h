@@ -22,14 +22,23 @@ struct PollOptions {
     double durationS = 0;      // stop after this long; 0 = run on
     int intervalMs = 100;      // pause between scans
     bool json = false;
+    bool csv = false;
     bool verbose = false;
-    bool hex = false;
+    bool quiet = false;        // values and errors only
+    ValueFormat format;        // for ranges and writes without their own
     bool help = false;
+    bool version = false;
+    bool writesFromStdin = false;  // also when standard input is no terminal
+    bool requeue = true;           // queue writes a give-up dropped again
     std::string lib;           // empty: the soname through the RUNPATH
 };
 
 // Parses argv; false with a one-line reason for anything it cannot use.
 bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error);
 const char *usageText();
+// "rvpoll (Quorvel RV tools) 1.0.0".
+const char *versionText();
+// 'N', 'E' or 'O' for none|even|odd or N|E|O in either case; 0 otherwise.
+char parityByName(const QString &text);
 
 #endif

@@ -25,16 +25,38 @@ QString codeMeaning(int code)
     return remote ? "remote " + what : what;
 }
 
+QString codeHint(int code)
+{
+    const QString what = codeMeaning(code);
+    if (what.endsWith("no reply"))
+        return "check station, baud and parity";
+    if (what.endsWith("check failed"))
+        return "check baud, parity and wiring";
+    if (what.endsWith("wrong length"))
+        return "the controller refused the request, or another device answered";
+    return QString();
+}
+
 QString statusLine(const PollStats &s)
 {
-    return QString("frames/s %1 | scan %2 ms | scans %3 | retries %4 | given up %5 | last %6 %7")
-        .arg(s.framesPerSecond, 0, 'f', 1)
-        .arg(s.scanMs, 0, 'f', 1)
-        .arg(s.scans)
-        .arg(s.retries)
-        .arg(s.givenUp)
-        .arg(s.lastCode)
-        .arg(codeMeaning(s.lastCode));
+    // A rate needs a second of polling; a single scan has none.
+    const QString rate = s.scans <= 1 && s.framesPerSecond == 0
+                             ? QString("-")
+                             : QString::number(s.framesPerSecond, 'f', 1);
+    QString line =
+        QString("frames/s %1 | scan %2 ms | scans %3 | retries %4 | given up %5 | last %6 %7")
+            .arg(rate)
+            .arg(s.scanMs, 0, 'f', 1)
+            .arg(s.scans)
+            .arg(s.retries)
+            .arg(s.givenUp)
+            .arg(s.lastCode)
+            .arg(codeMeaning(s.lastCode));
+    if (!s.linkUp)
+        line += QString(" | LINK LOST, %1 reopen attempts").arg(s.reopenAttempts);
+    else if (s.linkLost > 0)
+        line += QString(" | link lost %1 times, up again").arg(s.linkLost);
+    return line;
 }
 
 QString summaryLine(const PollStats &s)

@@ -12,6 +12,9 @@ struct PollStats {
     long long givenUp = 0;         // requests that ran out of retries
     long long scans = 0;           // complete passes over the read list
     long long linkLost = 0;        // times the port failed and was reopened
+    long long screened = 0;        // replies that did not answer their frame
+    long long reopenAttempts = 0;  // failed attempts to reopen a lost port
+    bool linkUp = true;
     int lastCode = -1;             // result code of the last finished request
     double scanMs = 0;             // duration of the last complete scan
     double framesPerSecond = 0;
@@ -20,6 +23,8 @@ struct PollStats {
 // "ok", "check failed", "no reply", "wrong length", with "remote " for the
 // remote-link bands and "retry pending" for 0.
 QString codeMeaning(int code);
+// What to look at for a failed code: "check station, baud and parity".
+QString codeHint(int code);
 
 // One line for the live view: frames/s, scan time, retries, last code.
 QString statusLine(const PollStats &s);

@@ -4,6 +4,9 @@
 
 #include <chrono>
 
+#include "examples/reply_screen.h"
+#include "localarea/areas.h"
+
 namespace {
 
 typedef std::chrono::steady_clock Clock;
@@ -14,14 +17,22 @@ double msSince(Clock::time_point t)
 }
 
 // Requests of the cyclic read list carry owner id -1.
-bool isCyclic(const RW_VAR *r) { return r->ownerId == -1; }
+bool isCyclic(const RW_VAR *r)
+{
+    return r->ownerId == -1;
+}
 
 }  // namespace
 
-Poller::Poller(const DriverApi &api, const LinkSettings &link, int blocks, bool trace, int intervalMs)
-    : api_(api), settings_(link), blocks_(blocks > 0 ? blocks : 1), trace_(trace), intervalMs_(intervalMs)
-{
-}
+Poller::Poller(const DriverApi &api, WriteTracker &writes, const LinkSettings &link, int blocks,
+               bool trace, int intervalMs)
+    : api_(api),
+      writes_(writes),
+      settings_(link),
+      blocks_(blocks > 0 ? blocks : 1),
+      trace_(trace),
+      intervalMs_(intervalMs)
+{}
 
 void Poller::start()
 {
@@ -45,6 +56,18 @@ PollStats Poller::stats() const
 {
     std::lock_guard<std::mutex> lock(mutex_);
     return stats_;
+}
+
+bool Poller::running() const
+{
+    std::lock_guard<std::mutex> lock(mutex_);
+    return !stopping_;
+}
+
+QList<BlockState> Poller::blocks() const
+{
+    std::lock_guard<std::mutex> lock(mutex_);
+    return blockStates_;
 }
 
 bool Poller::everAnswered() const
@@ -71,8 +94,13 @@ void Poller::traceBytes(const QByteArray &bytes, char open, char close) const
 {
     QByteArray line;
     for (int i = 0; i < bytes.size(); ++i)
-        line += open + QByteArray::number(static_cast<unsigned char>(bytes.at(i)), 16).toUpper().rightJustified(2, '0') + close;
-    fprintf(stderr, "%s\n", line.isEmpty() ? (open == '<' ? "<no reply>" : "[]") : line.constData());
+        line += open +
+                QByteArray::number(static_cast<unsigned char>(bytes.at(i)), 16)
+                    .toUpper()
+                    .rightJustified(2, '0') +
+                close;
+    fprintf(stderr, "%s\n",
+            line.isEmpty() ? (open == '<' ? "<no reply>" : "[]") : line.constData());
 }
 
 bool Poller::ensureLink()
@@ -82,7 +110,14 @@ bool Poller::ensureLink()
     std::string error;
     if (link_.open(settings_, error)) {
         backoffMs_ = 250;
+        std::lock_guard<std::mutex> lock(mutex_);
+        stats_.linkUp = true;
+        stats_.reopenAttempts = 0;
         return true;
+    }
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        ++stats_.reopenAttempts;
     }
     // Unplugged adapters come back; wait longer each time, never spin.
     std::this_thread::sleep_for(std::chrono::milliseconds(backoffMs_));
@@ -122,7 +157,7 @@ void Poller::run()
             const PollStats now = stats();
             if (onScan_)
                 onScan_(now);
-            if (scanLimit_ > 0 && now.scans >= scanLimit_) {
+            if (scanLimit_ > 0 && now.scans >= scanLimit_ && !writes_.busy()) {
                 std::lock_guard<std::mutex> lock(mutex_);
                 stopping_ = true;
                 scanDone_.notify_all();
@@ -149,25 +184,66 @@ bool Poller::exchange(Protocol *p)
     const SerialLink::Status status = link_.transact(frame, replyLength, reply);
     if (trace_ && replyLength != 0)
         traceBytes(reply, '<', '>');
+    // A reply that cannot answer this frame (a late answer to an earlier
+    // one) goes to the driver as no reply, so the frame is sent again.
+    const bool screened = !replyMatchesRequest(
+        reinterpret_cast<const unsigned char *>(frame.constData()), frame.size(),
+        reinterpret_cast<const unsigned char *>(reply.constData()), reply.size());
+    if (screened) {
+        if (trace_)
+            fprintf(stderr, "<screened out: does not answer this frame>\n");
+        reply.clear();
+    }
     {
         std::lock_guard<std::mutex> lock(mutex_);
         ++stats_.framesSent;
-        if (status == SerialLink::Lost)
+        if (status == SerialLink::Lost) {
             ++stats_.linkLost;
+            stats_.linkUp = false;
+        }
+        if (screened)
+            ++stats_.screened;
     }
     if (status == SerialLink::Lost) {
-        fprintf(stderr, "rvpoll: link to %s lost, reopening\n", settings_.port.c_str());
+        if (linkMessages_)
+            fprintf(stderr, "rvpoll: link to %s lost, reopening\n", settings_.port.c_str());
         link_.close();
         reply.clear();
     }
 
-    RW_VAR *r = api_.DataCom(&reply, reply.size());
+    RW_VAR *r = writes_.dataCom(&reply);
     const bool scanComplete = finished(r, r ? r->result : -1);
     if (replyLength == 0) {
         // Broadcast: nobody answers; give the stations time to act on it.
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
     return scanComplete;
+}
+
+void Poller::noteBlock(const RW_VAR &r, int code)
+{
+    // Bit areas are read as whole bytes of 8 elements.
+    const int elements = isBitArea(r.areaType) ? 8 * r.count : r.count;
+    int at = 0;
+    while (at < blockStates_.size() && !(blockStates_.at(at).station == r.station &&
+                                         blockStates_.at(at).areaType == r.areaType &&
+                                         blockStates_.at(at).address == r.address))
+        ++at;
+    if (at == blockStates_.size()) {
+        BlockState b;
+        b.station = r.station;
+        b.areaType = r.areaType;
+        b.address = r.address;
+        blockStates_.append(b);
+    }
+    BlockState &b = blockStates_[at];
+    b.elements = elements;
+    // A broadcast has no reply: nothing was read.
+    b.lastCode = r.station == 0 ? -1 : code;
+    if (b.good()) {
+        b.everRead = true;
+        b.readAt = Clock::now();
+    }
 }
 
 bool Poller::finished(const RW_VAR *r, int code)
@@ -182,6 +258,8 @@ bool Poller::finished(const RW_VAR *r, int code)
         }
         stats_.lastCode = code;
         const bool good = code == 1 || code == 100;
+        if (r && isCyclic(r))
+            noteBlock(*r, code);
         if (good) {
             ++stats_.repliesGood;
         } else {

@@ -10,27 +10,57 @@
 #include <string>
 #include <thread>
 
+#include <QList>
+
 #include "driver_api.h"
 #include "poll_stats.h"
 #include "serial_link.h"
+#include "write_tracker.h"
+
+// One block read of the driver's cyclic list and how its last read ended.
+struct BlockState {
+    int station = 0;
+    int areaType = 0;
+    int address = 0;    // first element
+    int elements = 0;   // elements the block reads
+    int lastCode = -1;  // -1: not read yet
+    bool everRead = false;
+    std::chrono::steady_clock::time_point readAt;  // last good read
+    bool holds(int st, int type, int element) const
+    {
+        return st == station && type == areaType && element >= address &&
+               element < address + elements;
+    }
+    bool good() const { return lastCode == 1 || lastCode == 100; }
+};
 
 class Poller {
 public:
     // `blocks` is the number of block reads in the driver's read list: that
     // many finished cyclic reads make one scan.
-    Poller(const DriverApi &api, const LinkSettings &link, int blocks, bool trace, int intervalMs);
+    Poller(const DriverApi &api, WriteTracker &writes, const LinkSettings &link, int blocks,
+           bool trace, int intervalMs);
     ~Poller() { stop(); }
 
     bool openLink(std::string &error) { return link_.open(settings_, error); }
     // Called on the polling thread after every complete scan, before the
     // next request goes out, so each scan's values can be shown exactly.
-    void setScanHandler(const std::function<void(const PollStats &)> &handler) { onScan_ = handler; }
-    // Stop sending once this many scans are complete; 0 = never.
+    void setScanHandler(const std::function<void(const PollStats &)> &handler)
+    {
+        onScan_ = handler;
+    }
+    // Stop sending once this many scans are complete and no write is
+    // queued; 0 = never.
     void setScanLimit(long long scans) { scanLimit_ = scans; }
+    // Whether "link lost" messages go to stderr (not under a live screen).
+    void setLinkMessages(bool on) { linkMessages_ = on; }
     void start();
     void stop();
 
     PollStats stats() const;
+    // False once the scan limit stopped polling.
+    bool running() const;
+    QList<BlockState> blocks() const;
     // True once any reply was accepted.
     bool everAnswered() const;
     // True when the last complete scan gave up on a block.
@@ -47,13 +77,16 @@ private:
     // Both return true when the reply completed a scan.
     bool exchange(Protocol *p);
     bool finished(const RW_VAR *r, int code);
+    void noteBlock(const RW_VAR &r, int code);
     void traceBytes(const QByteArray &bytes, char open, char close) const;
 
     DriverApi api_;
+    WriteTracker &writes_;
     LinkSettings settings_;
     SerialLink link_;
     int blocks_;
     bool trace_;
+    bool linkMessages_ = true;
     int intervalMs_;
     long long scanLimit_ = 0;
     std::function<void(const PollStats &)> onScan_;
@@ -61,6 +94,7 @@ private:
     mutable std::mutex mutex_;
     std::condition_variable scanDone_;
     PollStats stats_;
+    QList<BlockState> blockStates_;
     int cyclicInScan_ = 0;
     bool scanFailure_ = false;
     bool lastScanFailed_ = false;

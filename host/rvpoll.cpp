@@ -11,6 +11,7 @@
 #include "driver_api.h"
 #include "options.h"
 #include "poller.h"
+#include "read_state.h"
 #include "table_view.h"
 #include "writer.h"
 
@@ -18,7 +19,16 @@ namespace {
 
 volatile sig_atomic_t g_interrupted = 0;
 
-void onSignal(int) { g_interrupted = 1; }
+void onSignal(int)
+{
+    g_interrupted = 1;
+}
+
+// Times a write dropped by a give-up is queued again.
+const int kRequeueLimit = 5;
+// Failed reopens (about 20 s with the back-off) before a run that counts
+// scans stops waiting for a lost link.
+const int kReopenAttempts = 8;
 
 // The runtime's local memories, handed over with FlashLocalRegister; the
 // driver keeps the pointers and never reads them.
@@ -39,7 +49,8 @@ QList<VarInfo> toVarInfo(const QList<VarSpec> &vars, int defaultStation)
     for (int i = 0; i < vars.size(); ++i) {
         VarInfo v;
         v.areaType = static_cast<unsigned char>(vars.at(i).areaType);
-        v.station = static_cast<unsigned char>(vars.at(i).station ? vars.at(i).station : defaultStation);
+        v.station =
+            static_cast<unsigned char>(vars.at(i).station ? vars.at(i).station : defaultStation);
         v.addressText = addressTextOf(vars.at(i).areaType, vars.at(i).address);
         v.areaName = areaNameOf(vars.at(i).areaType);
         v.count = vars.at(i).count;
@@ -53,6 +64,8 @@ QList<VarInfo> toVarInfo(const QList<VarSpec> &vars, int defaultStation)
 struct View {
     const PollOptions *o;
     const DriverApi *api;
+    const Poller *poller;
+    WriteTracker *writes;
     const StdinWriter *writer;
     bool live;
     std::mutex mutex;
@@ -65,16 +78,43 @@ void show(View &v, const PollStats &s)
 {
     const PollOptions &o = *v.o;
     std::lock_guard<std::mutex> lock(v.mutex);
-    const ValueTable values = readValues(*v.api, o.vars, o.station);
-    if (o.json) {
-        printf("%s\n", renderJson(o.vars, values, s, o.multiStation).toLocal8Bit().constData());
+    const ReadState state(v.poller->blocks(), o.station, o.multiStation);
+    const ValueTable values = readValues(*v.api, o.vars, o.station, state);
+    const QStringList problems = state.problems(o.vars, s.scans > 0);
+    const WriteCounts c = v.writes->counts();
+    const QString writes =
+        c.written + c.failed + c.dropped + c.refused + c.pending == 0
+            ? QString()
+            : QString("%1 written, %2 failed, %3 dropped, %4 refused, %5 pending")
+                  .arg(c.written)
+                  .arg(c.failed)
+                  .arg(c.dropped)
+                  .arg(c.refused)
+                  .arg(c.pending);
+    const QStringList events = v.live ? QStringList() : v.writes->takeEvents();
+    if (o.csv) {
+        // The rows stay machine-readable; what went wrong goes to stderr.
+        printf("%s", renderCsv(o.vars, values, s.scans, o.multiStation, v.shownScan < 0)
+                         .toLocal8Bit()
+                         .constData());
+        for (int i = 0; !o.quiet && i < events.size(); ++i)
+            fprintf(stderr, "rvpoll: %s\n", events.at(i).toLocal8Bit().constData());
+    } else if (o.json) {
+        printf("%s\n", renderJson(o.vars, values, s, o.multiStation, problems,
+                                  writes.isEmpty() ? nullptr : &c, events)
+                           .toLocal8Bit()
+                           .constData());
     } else {
-        QString text = renderTable(o.vars, values, o.hex, o.multiStation) + statusLine(s) + '\n';
+        QString text = renderTable(o.vars, values, o.multiStation) + statusLine(s) + '\n';
+        if (!writes.isEmpty())
+            text += "writes: " + writes + '\n';
+        for (int i = 0; i < problems.size(); ++i)
+            text += "not read: " + problems.at(i) + '\n';
         if (v.live) {
             text = QString("rvpoll %1 station %2 (type D100=0x1234 to write, q to quit)\n\n")
                        .arg(QString::fromStdString(o.link.port))
                        .arg(o.multiStation ? QString("various") : QString::number(o.station)) +
-                   text + v.writer->lastMessage() + '\n';
+                   text + v.writer->lastMessage() + '\n' + v.writes->lastEvent() + '\n';
             // The table is repainted from the top, each line cleared as it is
             // rewritten, while the cursor stays on the prompt line below it,
             // where the operator types; a new prompt after each entered line.
@@ -88,6 +128,8 @@ void show(View &v, const PollStats &s)
                 printf("\0337\033[H%s\0338", text.toLocal8Bit().constData());
             }
         } else {
+            for (int i = 0; !o.quiet && i < events.size(); ++i)
+                printf("rvpoll: %s\n", events.at(i).toLocal8Bit().constData());
             printf("scan %lld\n%s\n", s.scans, text.toLocal8Bit().constData());
         }
     }
@@ -96,16 +138,17 @@ void show(View &v, const PollStats &s)
     v.shownAt = std::chrono::steady_clock::now();
 }
 
-// Per-scan output: JSON every scan; plain text at most once a second and
-// always for the last scan of --once/--scans.
+// Per-scan output: JSON, CSV and counted scans every scan; open-ended plain
+// text at most once a second.
 void onScan(View &v, long long scanLimit, const PollStats &s)
 {
     if (v.live)
         return;
-    bool due = v.o->json || (scanLimit > 0 && s.scans >= scanLimit);
+    bool due = v.o->json || v.o->csv || scanLimit > 0;
     if (!due && !v.o->once) {
         std::lock_guard<std::mutex> lock(v.mutex);
-        due = v.shownScan < 0 || std::chrono::steady_clock::now() - v.shownAt >= std::chrono::seconds(1);
+        due = v.shownScan < 0 ||
+              std::chrono::steady_clock::now() - v.shownAt >= std::chrono::seconds(1);
     }
     if (due)
         show(v, s);
@@ -121,8 +164,8 @@ int main(int argc, char **argv)
         fprintf(stderr, "rvpoll: %s (rvpoll --help for usage)\n", error.toLocal8Bit().constData());
         return 2;
     }
-    if (o.help) {
-        printf("%s", usageText());
+    if (o.help || o.version) {
+        printf("%s", o.help ? usageText() : versionText());
         return 0;
     }
 
@@ -145,18 +188,25 @@ int main(int argc, char **argv)
     QList<VarInfo> varInfo = toVarInfo(o.vars, o.station);
     const int blocks = api.ReCreatReadVarList(&varInfo);
     if (blocks <= 0)
-        return fail("the driver made no read requests from these variables (past the end of their areas?)");
+        return fail(
+            "the driver made no read requests from these variables (past the end of their areas?)");
 
-    Poller poller(api, o.link, blocks, o.verbose, o.once ? 0 : o.intervalMs);
+    WriteTracker writes(api, o.station, o.multiStation, o.blockUnits,
+                        o.requeue ? kRequeueLimit : 0);
+    Poller poller(api, writes, o.link, blocks, o.verbose, o.once ? 0 : o.intervalMs);
     std::string linkError;
     if (!poller.openLink(linkError))
         return fail(QString::fromStdString(linkError));
 
     for (int i = 0; i < o.writes.size(); ++i) {
         QString message;
-        if (!queueWrite(api, o.writes.at(i), o.station, message))
+        if (!writes.queue(o.writes.at(i), message))
             return fail(message);
     }
+    if (o.station == 0 && !o.multiStation)
+        fprintf(stderr,
+                "rvpoll: station 0 is the broadcast address: every station takes its writes, "
+                "nothing can be read from it\n");
 
     struct sigaction sa = {};
     sa.sa_handler = onSignal;
@@ -167,12 +217,19 @@ int main(int argc, char **argv)
     View view;
     view.o = &o;
     view.api = &api;
-    view.live = !o.json && !o.once && isatty(1);
-    StdinWriter writer(api, o.station, o.multiStation, !view.live && !o.json);
+    view.poller = &poller;
+    view.writes = &writes;
+    view.live = !o.json && !o.csv && !o.once && isatty(1);
+    poller.setLinkMessages(!view.live);
+    // Standard input is a command only when someone types it: a file or a
+    // pipe there is not an order to write to a controller.
+    const bool takeWrites = !o.once && (isatty(0) || o.writesFromStdin);
+    StdinWriter writer(writes, o.multiStation, o.format,
+                       !view.live && !o.json && !o.csv && !o.quiet);
     view.writer = &writer;
     poller.setScanLimit(scanLimit);
     poller.setScanHandler([&view, scanLimit](const PollStats &s) { onScan(view, scanLimit, s); });
-    if (!o.once)
+    if (takeWrites)
         writer.start();
     if (view.live)
         printf("\033[2J");
@@ -182,13 +239,17 @@ int main(int argc, char **argv)
     long long seen = 0;
     for (;;) {
         seen = poller.waitScan(seen, view.live ? 200 : 100);
-        const bool limitReached = scanLimit > 0 && seen >= scanLimit;
-        const bool timeUp = o.durationS > 0 && std::chrono::duration<double>(
-                                                   std::chrono::steady_clock::now() - started)
-                                                       .count() >= o.durationS;
+        const PollStats now = poller.stats();
+        const bool limitReached = scanLimit > 0 && seen >= scanLimit && !poller.running();
+        // A run that counts scans cannot wait for ever for a lost link.
+        const bool linkGone = scanLimit > 0 && !now.linkUp && now.reopenAttempts >= kReopenAttempts;
+        const bool timeUp =
+            o.durationS > 0 &&
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count() >=
+                o.durationS;
         if (view.live)
             show(view, poller.stats());
-        if (limitReached || timeUp || g_interrupted || writer.quitRequested())
+        if (limitReached || linkGone || timeUp || g_interrupted || writer.quitRequested())
             break;
     }
     writer.stop();
@@ -196,14 +257,44 @@ int main(int argc, char **argv)
 
     const PollStats s = poller.stats();
     // Plain output ends with the values as they were last read.
-    if (!view.live && !o.json && s.scans > 0 && s.scans != view.shownScan)
+    if (!view.live && !o.json && !o.csv && s.scans > 0 && s.scans != view.shownScan)
         show(view, s);
-    fprintf(stderr, "%s\n", summaryLine(s).toLocal8Bit().constData());
+    if (view.live)
+        printf("\n");  // the summary goes below the prompt line, not onto it
+    fflush(stdout);
+    const QStringList events = writes.takeEvents();
+    for (int i = 0; !view.live && !o.quiet && i < events.size(); ++i)
+        fprintf(o.json || o.csv ? stderr : stdout, "rvpoll: %s\n",
+                events.at(i).toLocal8Bit().constData());
+    fflush(stdout);
+    if (!o.quiet)
+        fprintf(stderr, "%s\n", summaryLine(s).toLocal8Bit().constData());
+
+    // Exit status 1 for anything the operator asked for and did not get.
+    int status = 0;
     if (!poller.everAnswered()) {
         fprintf(stderr, "rvpoll: the controller never answered on %s\n", o.link.port.c_str());
-        return 1;
+        status = 1;
+    }
+    if (!s.linkUp) {
+        fprintf(stderr, "rvpoll: link to %s lost and not back after %lld reopen attempts\n",
+                o.link.port.c_str(), s.reopenAttempts);
+        status = 1;
     }
     if (scanLimit > 0 && poller.lastScanFailed())
-        return 1;
-    return 0;
+        status = 1;
+    const bool limited = scanLimit > 0 || o.durationS > 0;
+    const QStringList never =
+        ReadState(poller.blocks(), o.station, o.multiStation).neverRead(o.vars);
+    if (limited && !never.isEmpty()) {
+        fprintf(stderr, "rvpoll: never read: %s\n", never.join(" ").toLocal8Bit().constData());
+        status = 1;
+    }
+    QStringList unfinished;
+    if (writes.unfinished(unfinished) > 0) {
+        for (int i = 0; i < unfinished.size(); ++i)
+            fprintf(stderr, "rvpoll: %s\n", unfinished.at(i).toLocal8Bit().constData());
+        status = 1;
+    }
+    return status;
 }

@@ -4,9 +4,11 @@
 #include <fcntl.h>
 #include <libserialport.h>
 #include <limits.h>
+#include <linux/serial.h>
 #include <poll.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -43,7 +45,7 @@ long long nowMs()
 int frameGapMs(int baud)
 {
     if (baud <= 0 || baud > 19200)
-        return 2;  // 1.75 ms, rounded up to what poll can wait
+        return 2;                      // 1.75 ms, rounded up to what poll can wait
     return (38500 + baud - 1) / baud;  // 3.5 characters of 11 bits
 }
 
@@ -67,9 +69,22 @@ bool SerialLink::open(const LinkSettings &settings, std::string &error)
         error = "cannot open " + settings.port + ": " + strerror(errno);
         return false;
     }
+    const int probe = ::open(settings.port.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK);
+    if (probe < 0 || !isatty(probe)) {
+        error = "cannot open " + settings.port + ": " +
+                (probe < 0 ? strerror(errno) : "not a serial port");
+        if (probe >= 0)
+            ::close(probe);
+        return false;
+    }
+    ::close(probe);
     // libserialport finds ports through sysfs, where pseudo-terminals are
     // not listed; they have no line settings, so open them directly.
     if (isPseudoTerminal(settings.port)) {
+        if (settings.rs485) {
+            error = settings.port + " is a pseudo-terminal: it has no RS-485 mode";
+            return false;
+        }
         fd_ = ::open(settings.port.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK);
         if (fd_ < 0) {
             error = "cannot open " + settings.port + ": " + strerror(errno);
@@ -100,10 +115,28 @@ bool SerialLink::open(const LinkSettings &settings, std::string &error)
     const sp_parity parity = settings.parity == 'N'   ? SP_PARITY_NONE
                              : settings.parity == 'O' ? SP_PARITY_ODD
                                                       : SP_PARITY_EVEN;
-    if (sp_set_baudrate(port_, settings.baud) != SP_OK || sp_set_bits(port_, settings.dataBits) != SP_OK ||
-        sp_set_parity(port_, parity) != SP_OK || sp_set_stopbits(port_, settings.stopBits) != SP_OK ||
+    if (sp_set_baudrate(port_, settings.baud) != SP_OK ||
+        sp_set_bits(port_, settings.dataBits) != SP_OK || sp_set_parity(port_, parity) != SP_OK ||
+        sp_set_stopbits(port_, settings.stopBits) != SP_OK ||
         sp_set_flowcontrol(port_, SP_FLOWCONTROL_NONE) != SP_OK) {
         error = spError("cannot configure " + settings.port);
+        close();
+        return false;
+    }
+    return !settings.rs485 || setRs485(error);
+}
+
+bool SerialLink::setRs485(std::string &error)
+{
+    int fd = -1;
+    serial_rs485 rs = {};
+    rs.flags = SER_RS485_ENABLED | SER_RS485_RTS_ON_SEND;
+    rs.delay_rts_before_send = unsigned(settings_.rtsDelayBefore);
+    rs.delay_rts_after_send = unsigned(settings_.rtsDelayAfter);
+    if (sp_get_port_handle(port_, &fd) != SP_OK || ioctl(fd, TIOCSRS485, &rs) != 0) {
+        error = settings_.port +
+                " does not support the kernel's RS-485 mode (TIOCSRS485: " + strerror(errno) +
+                "); use an adapter with automatic direction control, without --rs485";
         close();
         return false;
     }

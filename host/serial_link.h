@@ -15,9 +15,12 @@ struct LinkSettings {
     int dataBits = 8;
     char parity = 'E';  // 'N', 'E' or 'O'
     int stopBits = 1;
-    int timeoutMs = 200;   // wait for the first reply byte
-    int gapMs = -1;        // silence that ends a reply; -1 = from the baud rate
+    int timeoutMs = 200;       // wait for the first reply byte
+    int gapMs = -1;            // silence that ends a reply; -1 = from the baud rate
     bool discardEcho = false;  // 2-wire adapters that hear their own frame
+    bool rs485 = false;        // the kernel's RS-485 mode (TIOCSRS485)
+    int rtsDelayBefore = 0;    // ms, in RS-485 mode
+    int rtsDelayAfter = 0;
 };
 
 // Inter-frame gap: 3.5 characters of 11 bits, 1.75 ms above 19200 baud.
@@ -49,6 +52,7 @@ private:
     SerialLink(const SerialLink &);
     SerialLink &operator=(const SerialLink &);
 
+    bool setRs485(std::string &error);
     bool writeAll(const QByteArray &frame);
     void flushInput();
     int readNext(char *buf, int max, int timeoutMs);  // 0 timeout, -1 error

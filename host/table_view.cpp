@@ -3,7 +3,8 @@
 #include <QByteArray>
 #include <QDateTime>
 
-#include "localarea/local_area.h"
+#include "localarea/areas.h"
+#include "read_state.h"
 
 namespace {
 
@@ -13,25 +14,65 @@ QString label(const VarSpec &v, int offset, bool showStation)
     return showStation ? QString::number(v.station) + ":" + name : name;
 }
 
-int rowLength(int areaType)
+// One shown value: a bit, a register, two registers or a whole string.
+struct Cell {
+    QString label;
+    QString text;
+    bool known;   // the last read of its registers succeeded
+    bool quoted;  // a string, quoted in JSON and CSV
+};
+
+// The cells of one variable range and how many go on a table row.
+QList<Cell> cellsOf(const VarSpec &v, const QList<int> &values, bool showStation, int &perRow)
 {
-    if (isWordArea(areaType))
-        return 8;
-    return isOctalArea(areaType) ? 8 : 16;
+    QList<Cell> cells;
+    const bool bits = isBitArea(v.areaType);
+    const int step = bits                               ? 1
+                     : registersPerValue(v.format) == 0 ? v.count
+                                                        : registersPerValue(v.format);
+    perRow = bits ? (isOctalArea(v.areaType) ? 8 : 16) : step == 1 ? 8 : step == 2 ? 4 : 1;
+    for (int k = 0; k + step <= values.size(); k += step) {
+        const QList<int> words = values.mid(k, step);
+        Cell c;
+        c.label = label(v, k, showStation);
+        c.quoted = v.format.kind == ValueFormat::String && !bits;
+        c.known = !words.contains(kUnknown);
+        if (c.known)
+            c.text = bits ? QString::number(words.at(0)) : formatValue(v.format, words);
+        cells.append(c);
+    }
+    return cells;
 }
 
-QString cell(int areaType, int value, bool hex)
+QString tableCell(const VarSpec &v, const Cell &c)
 {
-    if (isBitArea(areaType))
-        return QString::number(value).rightJustified(2);
-    if (hex)
-        return " 0x" + QString::number(value, 16).toUpper().rightJustified(4, '0');
-    return QString::number(value).rightJustified(7);
+    if (isBitArea(v.areaType))
+        return (c.known ? c.text : QString("?")).rightJustified(2);
+    if (c.quoted)
+        return " " + (c.known ? '"' + c.text + '"' : QString("--"));
+    const int width = registersPerValue(v.format) == 2 ? 12 : 7;
+    return " " + (c.known ? c.text : QString("--")).rightJustified(width - 1);
+}
+
+QString jsonString(const QString &text)
+{
+    QString out = text;
+    out.replace('\\', "\\\\").replace('"', "\\\"");
+    return '"' + out + '"';
+}
+
+QString jsonList(const QStringList &items)
+{
+    QStringList quoted;
+    for (int i = 0; i < items.size(); ++i)
+        quoted << jsonString(items.at(i));
+    return '[' + quoted.join(",") + ']';
 }
 
 }  // namespace
 
-ValueTable readValues(const DriverApi &api, const QList<VarSpec> &vars, int defaultStation)
+ValueTable readValues(const DriverApi &api, const QList<VarSpec> &vars, int defaultStation,
+                      const ReadState &state)
 {
     ValueTable table;
     for (int i = 0; i < vars.size(); ++i) {
@@ -48,58 +89,99 @@ ValueTable readValues(const DriverApi &api, const QList<VarSpec> &vars, int defa
                         (static_cast<unsigned char>(bytes.at(2 * k + 1)) << 8);
             else if (!word && k < bytes.size())
                 value = bytes.at(k) ? 1 : 0;
-            values.append(value);
+            values.append(state.known(v, k) ? value : kUnknown);
         }
         table.append(values);
     }
     return table;
 }
 
-QString renderTable(const QList<VarSpec> &vars, const ValueTable &values, bool hex, bool showStation)
+QString renderTable(const QList<VarSpec> &vars, const ValueTable &values, bool showStation)
 {
-    // Labels line up across all rows.
+    QList<QStringList> rows;  // label, cells
     int width = 0;
-    for (int i = 0; i < vars.size(); ++i)
-        for (int k = 0; k < vars.at(i).count; k += rowLength(vars.at(i).areaType))
-            width = qMax(width, label(vars.at(i), k, showStation).size());
-    QString out;
     for (int i = 0; i < vars.size() && i < values.size(); ++i) {
-        const VarSpec &v = vars.at(i);
-        const int row = rowLength(v.areaType);
-        for (int k = 0; k < v.count && k < values.at(i).size(); k += row) {
-            out += label(v, k, showStation).leftJustified(width) + " |";
-            for (int j = k; j < k + row && j < values.at(i).size(); ++j)
-                out += cell(v.areaType, values.at(i).at(j), hex);
-            out += '\n';
+        int perRow = 1;
+        const QList<Cell> cells = cellsOf(vars.at(i), values.at(i), showStation, perRow);
+        for (int k = 0; k < cells.size(); k += perRow) {
+            QString line;
+            for (int j = k; j < k + perRow && j < cells.size(); ++j)
+                line += tableCell(vars.at(i), cells.at(j));
+            rows.append(QStringList() << cells.at(k).label << line);
+            width = qMax(width, cells.at(k).label.size());  // labels line up across all rows
         }
     }
+    QString out;
+    for (int r = 0; r < rows.size(); ++r)
+        out += rows.at(r).at(0).leftJustified(width) + " |" + rows.at(r).at(1) + '\n';
     return out;
 }
 
+QString renderCsv(const QList<VarSpec> &vars, const ValueTable &values, long long scan,
+                  bool showStation, bool header)
+{
+    QStringList labels, fields;
+    for (int i = 0; i < vars.size() && i < values.size(); ++i) {
+        int perRow = 1;
+        const QList<Cell> cells = cellsOf(vars.at(i), values.at(i), showStation, perRow);
+        for (int k = 0; k < cells.size(); ++k) {
+            const Cell &c = cells.at(k);
+            labels << c.label;
+            fields << (c.quoted && c.known ? '"' + QString(c.text).replace('"', "\"\"") + '"'
+                                           : c.text);
+        }
+    }
+    const QString row = QDateTime::currentDateTimeUtc().toString("yyyy-MM-ddThh:mm:ss.zzzZ") + "," +
+                        QString::number(scan) + "," + fields.join(",") + '\n';
+    return header ? "time,scan," + labels.join(",") + '\n' + row : row;
+}
+
 QString renderJson(const QList<VarSpec> &vars, const ValueTable &values, const PollStats &s,
-                   bool showStation)
+                   bool showStation, const QStringList &problems, const WriteCounts *writes,
+                   const QStringList &writeEvents)
 {
     QString out = QString("{\"scan\":%1,\"time\":\"%2\",\"scan_ms\":%3,\"frames_per_s\":%4,"
                           "\"frames\":%5,\"received\":%6,\"retries\":%7,\"given_up\":%8,"
-                          "\"last_code\":%9,\"last_meaning\":\"%10\",\"values\":{")
+                          "\"last_code\":%9,\"last_meaning\":\"%10\",\"link_up\":%11,\"values\":{")
                       .arg(s.scans)
                       .arg(QDateTime::currentDateTimeUtc().toString("yyyy-MM-ddThh:mm:ss.zzzZ"))
                       .arg(s.scanMs, 0, 'f', 2)
-                      .arg(s.framesPerSecond, 0, 'f', 1)
+                      .arg(s.scans <= 1 && s.framesPerSecond == 0
+                               ? QString("null")
+                               : QString::number(s.framesPerSecond, 'f', 1))
                       .arg(s.framesSent)
                       .arg(s.repliesGood)
                       .arg(s.retries)
                       .arg(s.givenUp)
                       .arg(s.lastCode)
-                      .arg(codeMeaning(s.lastCode));
-    bool first = true;
+                      .arg(codeMeaning(s.lastCode))
+                      .arg(s.linkUp ? "true" : "false");
+    QStringList items;
     for (int i = 0; i < vars.size() && i < values.size(); ++i) {
-        for (int k = 0; k < values.at(i).size(); ++k) {
-            if (!first)
-                out += ',';
-            first = false;
-            out += QString("\"%1\":%2").arg(label(vars.at(i), k, showStation)).arg(values.at(i).at(k));
+        int perRow = 1;
+        const QList<Cell> cells = cellsOf(vars.at(i), values.at(i), showStation, perRow);
+        for (int k = 0; k < cells.size(); ++k) {
+            const Cell &c = cells.at(k);
+            QString value = c.text;
+            if (!c.known || c.text == "nan" || c.text.contains("inf"))
+                value = "null";
+            else if (c.quoted)
+                value = jsonString(c.text);
+            else if (c.text.startsWith("0x"))
+                value = QString::number(c.text.mid(2).toInt(nullptr, 16));
+            items << jsonString(c.label) + ":" + value;
         }
     }
-    return out + "}}";
+    out += items.join(",");
+    out += "},\"problems\":" + jsonList(problems);
+    if (writes)
+        out += QString(",\"writes\":{\"written\":%1,\"failed\":%2,\"dropped\":%3,\"refused\":%4,"
+                       "\"pending\":%5},\"write_events\":")
+                   .arg(writes->written)
+                   .arg(writes->failed)
+                   .arg(writes->dropped)
+                   .arg(writes->refused)
+                   .arg(writes->pending) +
+               jsonList(writeEvents);
+    return out + "}";
 }

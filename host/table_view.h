@@ -9,19 +9,32 @@
 #include "driver_api.h"
 #include "poll_stats.h"
 #include "varspec.h"
+#include "write_tracker.h"
 
-typedef QList<QList<int> > ValueTable;  // one list of element values per variable range
+class ReadState;
+
+typedef QList<QList<int>> ValueTable;  // one list of element values per variable range
+const int kUnknown = -1;               // a value whose last read did not succeed
 
 // Current values from the driver's local area (GetRegisterData): 0/1 for
-// bits, 0..65535 for words.
-ValueTable readValues(const DriverApi &api, const QList<VarSpec> &vars, int defaultStation);
+// bits, 0..65535 for words, kUnknown where `state` does not know the value.
+ValueTable readValues(const DriverApi &api, const QList<VarSpec> &vars, int defaultStation,
+                      const ReadState &state);
 
-// Rows of 8 words, 8 octal bits (X, Y) or 16 bits, each led by the name of
-// its first element ("2:D8" with stations shown).
-QString renderTable(const QList<VarSpec> &vars, const ValueTable &values, bool hex, bool showStation);
+// Rows of 8 words (4 32-bit values, 1 string), 8 octal bits (X, Y) or 16
+// bits, each led by the name of its first element ("2:D8" with stations
+// shown), in each range's format; unknown values as "--" ("?" for bits).
+QString renderTable(const QList<VarSpec> &vars, const ValueTable &values, bool showStation);
 
-// One line: {"scan":N,"scan_ms":..,...,"values":{"D0":1,...}}.
+// One CSV row per scan: time, scan and each value (empty when unknown,
+// strings quoted); with `header` the line of names first.
+QString renderCsv(const QList<VarSpec> &vars, const ValueTable &values, long long scan,
+                  bool showStation, bool header);
+
+// One line: {"scan":N,"scan_ms":..,...,"values":{"D0":1,"D1":null,...},
+// "problems":[...],"writes":{...},"write_events":[...]}.
 QString renderJson(const QList<VarSpec> &vars, const ValueTable &values, const PollStats &stats,
-                   bool showStation);
+                   bool showStation, const QStringList &problems, const WriteCounts *writes,
+                   const QStringList &writeEvents);
 
 #endif

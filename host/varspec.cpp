@@ -3,14 +3,7 @@
 #include <QByteArray>
 #include <QStringList>
 
-#include "localarea/local_area.h"
-
 namespace {
-
-// Area names in area-type order; the type is the index.
-const char *const kAreaNames[AreaTypeCount] = {
-    "X",  "Y",  "M",  "S",   "T",   "C",  "ET", "SM", "HM", "HS",  "HT",  "HC",  "HSC",
-    "SEM", "D", "TD", "CD",  "FD",  "ETD", "SD", "HD", "SFD", "ID", "QD", "HSD", "FS"};
 
 // Largest element address we accept at all; the driver cuts at the area's end.
 const int kMaxAddress = 0xFFFF;
@@ -50,7 +43,7 @@ bool parseElement(const QString &text, int &type, int &address, QString &error)
         error = QString("unknown area '%1' in '%2'").arg(area, text);
         return false;
     }
-    if (!parseNumber(digits, isOctalArea(type) ? 8 : 10, address)) {
+    if (!parseNumber(digits, addressBase(type), address)) {
         error = isOctalArea(type)
                     ? QString("'%1': %2 addresses are octal (digits 0-7)").arg(text, area)
                     : QString("'%1': bad address '%2'").arg(text, digits);
@@ -61,10 +54,12 @@ bool parseElement(const QString &text, int &type, int &address, QString &error)
 
 bool parseStation(QString &text, bool needStation, int &station, QString &error)
 {
+    // A station prefix starts with a digit; "D0:float" has a format instead.
     const int colon = text.indexOf(':');
-    if (colon < 0) {
+    if (colon < 0 || text.isEmpty() || !text.at(0).isDigit()) {
         if (needStation) {
-            error = QString("'%1' needs a station prefix (e.g. 1:%1) with --multi-station").arg(text);
+            error =
+                QString("'%1' needs a station prefix (e.g. 1:%1) with --multi-station").arg(text);
             return false;
         }
         station = 0;
@@ -80,19 +75,17 @@ bool parseStation(QString &text, bool needStation, int &station, QString &error)
     return true;
 }
 
-bool parseValue(const QString &text, bool bit, int &out)
+// Splits a trailing ":float" or ":float:cdab" off `text`; false for a
+// format name that is not one.
+bool splitFormat(QString &text, ValueFormat &format, bool &given, QString &error)
 {
-    bool ok = false;
-    const QString t = text.trimmed();
-    long v = t.startsWith("0x", Qt::CaseInsensitive) ? t.mid(2).toLong(&ok, 16) : t.toLong(&ok, 10);
-    if (!ok)
-        return false;
-    if (bit)
-        ok = v == 0 || v == 1;
-    else
-        ok = v >= -32768 && v <= 65535;
-    out = int(v) & 0xFFFF;
-    return ok;
+    const int colon = text.indexOf(':');
+    given = colon >= 0;
+    if (!given)
+        return true;
+    const QString name = text.mid(colon + 1);
+    text.truncate(colon);
+    return parseFormat(name, format, error);
 }
 
 }  // namespace
@@ -100,19 +93,19 @@ bool parseValue(const QString &text, bool bit, int &out)
 int areaTypeByName(const QString &name)
 {
     for (int t = 0; t < AreaTypeCount; ++t)
-        if (name == QLatin1String(kAreaNames[t]))
+        if (name == QLatin1String(kAreas[t].name))
             return t;
     return -1;
 }
 
 QString areaNameOf(int areaType)
 {
-    return isArea(areaType) ? QString(kAreaNames[areaType]) : QString();
+    return isArea(areaType) ? QString(areaName(areaType)) : QString();
 }
 
 QString addressTextOf(int areaType, int address)
 {
-    return QString::number(address, isOctalArea(areaType) ? 8 : 10);
+    return QString::number(address, addressBase(areaType));
 }
 
 QString elementName(int areaType, int address)
@@ -124,6 +117,8 @@ bool parseVarSpec(const QString &input, bool needStation, VarSpec &out, QString 
 {
     QString text = input.trimmed();
     if (!parseStation(text, needStation, out.station, error))
+        return false;
+    if (!splitFormat(text, out.format, out.hasFormat, error))
         return false;
     const int dash = text.indexOf('-');
     int type = -1, first = 0;
@@ -150,6 +145,14 @@ bool parseVarSpec(const QString &input, bool needStation, VarSpec &out, QString 
     out.areaType = type;
     out.address = first;
     out.count = last - first + 1;
+    if (out.hasFormat && !isWordArea(type)) {
+        error = QString("'%1': formats are for word areas (D, TD, ...)").arg(input);
+        return false;
+    }
+    if (registersPerValue(out.format) == 2 && out.count % 2) {
+        error = QString("'%1': a 32-bit format takes an even number of registers").arg(input);
+        return false;
+    }
     return true;
 }
 
@@ -174,7 +177,8 @@ bool parseVarList(const QString &text, bool needStation, QList<VarSpec> &out, QS
     return true;
 }
 
-bool parseWriteSpec(const QString &input, bool needStation, WriteSpec &out, QString &error)
+bool parseWriteSpec(const QString &input, bool needStation, WriteSpec &out, QString &error,
+                    const ValueFormat &format)
 {
     const int eq = input.indexOf('=');
     if (eq < 0) {
@@ -189,18 +193,40 @@ bool parseWriteSpec(const QString &input, bool needStation, WriteSpec &out, QStr
     if (!parseVarSpec(target, needStation, out.target, error))
         return false;
     const bool bit = isBitArea(out.target.areaType);
-    const QStringList parts = input.mid(eq + 1).split(',');
-    out.values.clear();
-    for (int i = 0; i < parts.size(); ++i) {
-        int v = 0;
-        if (!parseValue(parts.at(i), bit, v)) {
-            error = bit ? QString("'%1': a bit takes 0 or 1").arg(input)
-                        : QString("'%1': a word takes -32768..65535 or 0x0000..0xFFFF").arg(input);
-            return false;
+    // The format comes after the last colon: "D300=a:b:string" writes "a:b".
+    QString value = input.mid(eq + 1);
+    ValueFormat f = format;
+    QString ignored;
+    ValueFormat suffix;
+    for (int colon = value.size(), tries = 0; !bit && tries < 2 && colon > 0; ++tries) {
+        colon = value.lastIndexOf(':', colon - 1);
+        if (colon >= 0 && parseFormat(value.mid(colon + 1), suffix, ignored)) {
+            f = suffix;
+            value.truncate(colon);  // "3.5:float:cdab" is tried at both colons
+            break;
         }
-        out.values.append(v);
+    }
+    out.values.clear();
+    if (bit) {
+        const QStringList parts = value.split(',');
+        for (int i = 0; i < parts.size(); ++i) {
+            const QString t = parts.at(i).trimmed();
+            if (t != "0" && t != "1") {
+                error = QString("'%1': a bit takes 0 or 1").arg(input);
+                return false;
+            }
+            out.values.append(t.toInt());
+        }
+    } else if (!encodeValues(f, value, out.values, error)) {
+        if (f.kind <= ValueFormat::Hex)
+            error = QString("'%1': a word takes -32768..65535 or 0x0000..0xFFFF").arg(input);
+        else
+            error = QString("'%1': %2").arg(input, error);
+        return false;
     }
     out.target.count = out.values.size();
+    out.target.format = f;
+    out.text = input.trimmed();
     return true;
 }
 

@@ -9,6 +9,7 @@
 #include <QString>
 
 #include "localarea/areas.h"  // isOctalArea and the other facts of an area
+#include "value_format.h"
 
 // Area type for a name ("D" -> 14), or -1 for a name the controller lacks.
 int areaTypeByName(const QString &name);
@@ -21,26 +22,32 @@ QString addressTextOf(int areaType, int address);
 QString elementName(int areaType, int address);
 
 struct VarSpec {
-    int station = 0;   // 0 = the default station
+    int station = 0;  // 0 = the default station
     int areaType = -1;
-    int address = 0;   // element address (bit number or word number)
-    int count = 1;     // elements
+    int address = 0;  // element address (bit number or word number)
+    int count = 1;    // elements
+    ValueFormat format;
+    bool hasFormat = false;  // given with the range: "D100-D101:float"
 };
 
-// One element run. With `stationPrefix` the text may (and in a multi-station
-// poll must) start with "N:". Returns false and says why in `error`.
+// One element run, "D0-D9", maybe with a format "D100-D101:float". The text
+// may (and with `needStation` must) start with a station "N:". Returns false
+// and says why in `error`.
 bool parseVarSpec(const QString &text, bool needStation, VarSpec &out, QString &error);
 
 // Whitespace-separated specs; "#" starts a comment to the end of the line.
 bool parseVarList(const QString &text, bool needStation, QList<VarSpec> &out, QString &error);
 
 struct WriteSpec {
-    VarSpec target;      // count = number of values
-    QList<int> values;   // 0/1 for bits, 0..65535 for words
+    QString text;       // as given: "D200=3.5:float"
+    VarSpec target;     // count = number of values
+    QList<int> values;  // 0/1 for bits, 0..65535 for words
 };
 
-// "D100=0x1234", "D10=1,2,3" (consecutive words), "M5=1", "2:D0=7".
-bool parseWriteSpec(const QString &text, bool needStation, WriteSpec &out, QString &error);
+// "D100=0x1234", "D10=1,2,3" (consecutive words), "M5=1", "2:D0=7",
+// "D200=3.5:float", "D300=hello:string"; `format` for values without one.
+bool parseWriteSpec(const QString &text, bool needStation, WriteSpec &out, QString &error,
+                    const ValueFormat &format = ValueFormat());
 
 // Value bytes as the driver takes them: one byte per bit, words low byte first.
 QByteArray writeBytes(const WriteSpec &w);

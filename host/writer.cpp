@@ -7,37 +7,18 @@
 #include <QByteArray>
 #include <QStringList>
 
-#include "localarea/local_area.h"
+StdinWriter::StdinWriter(WriteTracker &tracker, bool multiStation, const ValueFormat &format,
+                         bool echoMessages)
+    : tracker_(tracker),
+      multiStation_(multiStation),
+      format_(format),
+      echo_(echoMessages)
+{}
 
-bool queueWrite(const DriverApi &api, const WriteSpec &w, int defaultStation, QString &message)
+void StdinWriter::start()
 {
-    QByteArray bytes = writeBytes(w);
-    const VarSpec &t = w.target;
-    const int station = t.station ? t.station : defaultStation;
-    const int pending = api.SetRegisterData(areaNameOf(t.areaType), t.areaType, addressTextOf(t.areaType, t.address),
-                                            station, &bytes, t.count, 0, 1);
-    QString values;
-    for (int i = 0; i < w.values.size(); ++i) {
-        if (i)
-            values += ',';
-        values += isBitArea(t.areaType) ? QString::number(w.values.at(i))
-                                        : "0x" + QString::number(w.values.at(i), 16).toUpper().rightJustified(4, '0');
-    }
-    const QString what = elementName(t.areaType, t.address) + "=" + values;
-    if (pending <= 0) {
-        message = "write " + what + " refused by the driver (X and SEM cannot be written)";
-        return false;
-    }
-    message = QString("write %1 queued (%2 pending)").arg(what).arg(pending);
-    return true;
+    thread_ = std::thread(&StdinWriter::run, this);
 }
-
-StdinWriter::StdinWriter(const DriverApi &api, int defaultStation, bool multiStation, bool echoMessages)
-    : api_(api), defaultStation_(defaultStation), multiStation_(multiStation), echo_(echoMessages)
-{
-}
-
-void StdinWriter::start() { thread_ = std::thread(&StdinWriter::run, this); }
 
 void StdinWriter::stop()
 {
@@ -67,8 +48,8 @@ void StdinWriter::handleLine(const QString &input)
             continue;
         WriteSpec w;
         QString message;
-        if (parseWriteSpec(words.at(i), multiStation_, w, message))
-            queueWrite(api_, w, defaultStation_, message);
+        if (parseWriteSpec(words.at(i), multiStation_, w, message, format_))
+            tracker_.queue(w, message);
         if (echo_)
             fprintf(stdout, "rvpoll: %s\n", message.toLocal8Bit().constData()), fflush(stdout);
         std::lock_guard<std::mutex> lock(mutex_);

@@ -1,5 +1,5 @@
-// Writes from the command line and from standard input, handed to the
-// driver through SetRegisterData as a runtime's other threads would.
+// Writes typed on standard input, handed to the driver through the write
+// tracker (SetRegisterData) as a runtime's other threads would.
 #ifndef RVPOLL_WRITER_H
 #define RVPOLL_WRITER_H
 
@@ -8,18 +8,14 @@
 #include <mutex>
 #include <thread>
 
-#include "driver_api.h"
-#include "varspec.h"
-
-// Queues one write; false when the driver refused it. `message` tells the
-// operator what happened either way.
-bool queueWrite(const DriverApi &api, const WriteSpec &w, int defaultStation, QString &message);
+#include "write_tracker.h"
 
 // Reads "D100=0x1234" lines from standard input on its own thread until
 // end of input or stop(); "q" or "quit" asks the program to finish.
 class StdinWriter {
 public:
-    StdinWriter(const DriverApi &api, int defaultStation, bool multiStation, bool echoMessages);
+    StdinWriter(WriteTracker &tracker, bool multiStation, const ValueFormat &format,
+                bool echoMessages);
     ~StdinWriter() { stop(); }
 
     void start();
@@ -37,9 +33,9 @@ private:
     void run();
     void handleLine(const QString &line);
 
-    DriverApi api_;
-    int defaultStation_;
+    WriteTracker &tracker_;
     bool multiStation_;
+    ValueFormat format_;
     bool echo_;
     std::atomic<bool> stop_{false};
     std::atomic<bool> quit_{false};

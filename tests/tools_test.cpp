@@ -4,6 +4,7 @@
 // leaves the tools out, so these tests are not part of it.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -17,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "examples/reply_screen.h"
 #include "poll_stats.h"
 #include "serial_link.h"
 #include "support/run_command.h"
@@ -38,7 +40,7 @@ std::string readFile(const std::string &name)
 }
 
 // Those of `parts` that `text` lacks, each in brackets; empty when it has them all.
-std::string missing(const std::string &text, std::initializer_list<const char *> parts)
+std::string missing(const std::string &text, const std::vector<const char *> &parts)
 {
     std::string lacks;
     for (const char *part : parts)
@@ -182,15 +184,32 @@ TEST(ToolsTest, ScansReturnTheSimulatorsValuesFromOneOrSeveralStations)
     // read on its own.
     EXPECT_EQ(9, jsonValue(r.out, "1:D50")) << r.out;
     EXPECT_EQ(9, jsonValue(r.out, "2:D50")) << r.out;
+}
 
-    // A silent station is given up without stopping the others; the scan
-    // that failed makes the exit status 1.
-    r = run(
-        poll(sim.path(), "--multi-station --once --json --retries 0 --timeout-ms 50 1:D50 3:D50"));
-    EXPECT_EQ(1, r.status);
-    EXPECT_EQ(9, jsonValue(r.out, "1:D50")) << r.out;
-    EXPECT_EQ(0, jsonValue(r.out, "3:D50")) << r.out;
-    EXPECT_EQ(1, jsonValue(r.out, "given_up")) << r.out;
+TEST(ToolsTest, ValuesNeverReadAreNeverShownAsNumbers)
+{
+    Sim sim;
+    ASSERT_FALSE(sim.path().empty()) << sim.output();
+    const std::pair<std::string, std::vector<const char *>> cases[] = {
+        // A silent station is given up without stopping the others.
+        {"--multi-station --json --retries 0 --timeout-ms 50 1:D50 3:D50",
+         {"\"1:D50\":0", "\"3:D50\":null", "\"given_up\":1",
+          "D50 on station 3: no reply (code 41): check station"}},
+        // The wrong station.
+        {"--station 2 --retries 0 --timeout-ms 50 D0-D1",
+         {"D0 |     --     --", "never read: D0-D1"}},
+        // Past the end of D (D0 to D7999).
+        {"D7998-D8001",
+         {"D7998 |      0      0     --     --", "D8000-D8001: past the end of the D area",
+          "never read: D8000-D8001"}},
+        // Station 0 is the broadcast address.
+        {"--station 0 D0", {"D0 |     --", "broadcast address"}},
+    };
+    for (const auto &c : cases) {
+        const Result r = run(poll(sim.path(), "--once " + c.first));
+        EXPECT_EQ(1, r.status) << c.first;
+        EXPECT_EQ("", missing(r.out + r.err, c.second)) << c.first << ": " << r.out << r.err;
+    }
 }
 
 TEST(ToolsTest, WritesLandInTheControllerAndReadBack)
@@ -206,10 +225,23 @@ TEST(ToolsTest, WritesLandInTheControllerAndReadBack)
     EXPECT_TRUE(sim.waitFor({"register 100 = 0x1234", "coil 24584 = 1", "register 12 = 0x0003"}))
         << sim.output();
 
-    // Station 0 is a broadcast: the write is applied though nothing answers.
+    EXPECT_EQ("", missing(r.out, {"write D100=0x1234: written", "write D10=1,2,3: written"}))
+        << r.out;
+
+    // Station 0 is a broadcast: the write is applied though nothing answers
+    // (and nothing can be read).
     r = run(poll(sim.path(), "--station 0 --once --write D60=5 D60"));
-    EXPECT_EQ(0, r.status) << r.err;
+    EXPECT_EQ(1, r.status) << r.err;
     EXPECT_TRUE(sim.waitFor({"register 60 = 0x0005"})) << sim.output();
+
+    // A write to a station that never answers fails with its code; the
+    // write queued behind it is dropped by that give-up.
+    r = run(poll(sim.path(),
+                 "--station 9 --once --retries 0 --timeout-ms 30 --write D61=1 --write D62=1 D0"));
+    EXPECT_EQ(1, r.status);
+    EXPECT_EQ("", missing(r.out + r.err,
+                          {"write D61=1: failed (code 41: no reply)", "write D62=1: dropped"}))
+        << r.out << r.err;
 
     // A fresh poller, with an empty mirror, reads the values back; its
     // variables come from a file, with comments and ranges.
@@ -225,13 +257,48 @@ TEST(ToolsTest, WritesLandInTheControllerAndReadBack)
     EXPECT_EQ(5, jsonValue(r.out, "D60")) << r.out;
     EXPECT_EQ(std::string::npos, r.out.find("\"D12\"")) << r.out;
 
-    // Writes typed on standard input go out too; a bad line is reported
-    // and polling goes on.
-    r = run(poll(sim.path(), "--duration 3 D101"),
-            "sleep 0.5; echo D101=77; sleep 0.5; echo D101=zz; sleep 0.5; echo X0=1");
+    // Standard input that is no terminal is not a command: nothing is
+    // written from it unless asked for.
+    r = run(poll(sim.path(), "--duration 1 D101"), "echo D101=76");
     EXPECT_EQ(0, r.status) << r.err;
+    EXPECT_EQ(std::string::npos, sim.output().find("register 101")) << sim.output();
+
+    // With --writes-from-stdin lines go out; a bad line is reported and
+    // polling goes on.
+    r = run(poll(sim.path(), "--duration 2 --writes-from-stdin D101"),
+            "sleep 0.3; echo D101=77; sleep 0.3; echo D101=zz; sleep 0.3; echo X0=1");
+    EXPECT_EQ(1, r.status) << r.err;  // X0 was refused
     EXPECT_TRUE(sim.waitFor({"register 101 = 0x004D (77)"})) << sim.output();
-    EXPECT_EQ("", missing(r.out, {"D101 |     77", "a word takes", "refused"})) << r.out;
+    EXPECT_EQ("", missing(r.out, {"D101 |     77", "a word takes", "write D101=77: written",
+                                  "write X0=1: refused"}))
+        << r.out;
+}
+
+TEST(ToolsTest, FormatsRoundTripAndCsvRows)
+{
+    Sim sim;
+    ASSERT_FALSE(sim.path().empty()) << sim.output();
+    Result r = run(poll(
+        sim.path(), "--once --write D100=-2 --write D102=-1.5:float --write D104=-1.5:float:cdab "
+                    "--write D106=hello:string D100:int16 D102-D103:float D104-D105:float:cdab "
+                    "D106-D108:string"));
+    ASSERT_EQ(0, r.status) << r.err;
+    // abcd puts the high word first, cdab second; strings go high byte first.
+    EXPECT_TRUE(
+        sim.waitFor({"register 100 = 0xFFFE", "register 102 = 0xBFC0", "register 105 = 0xBFC0",
+                     "register 106 = 0x6865", "register 108 = 0x6F00"}))
+        << sim.output();
+    // Read back by a fresh poller, in the same formats and in others.
+    r = run(poll(sim.path(),
+                 "--scans 2 --interval-ms 0 --csv D100:int16 D102-D103:float D104-D105:float:cdab "
+                 "D102-D103:int32 D106-D108:string D100:hex D7999-D8000"));
+    EXPECT_EQ(1, r.status) << r.err;  // D8000 is past the end of D
+    const std::string header = "time,scan,D100,D102,D104,D102,D106,D100,D7999,D8000\n";
+    ASSERT_EQ(0u, r.out.find(header)) << r.out;
+    EXPECT_EQ(std::string::npos, r.out.find("time,", 1)) << "one header: " << r.out;
+    EXPECT_EQ("", missing(r.out, {",1,-2,-1.5,-1.5,-1077936128,\"hello\",0xFFFE,0,\n",
+                                  ",2,-2,-1.5,-1.5,-1077936128,\"hello\",0xFFFE,0,\n"}))
+        << r.out;
 }
 
 TEST(ToolsTest, DroppedRepliesAreRetriedAndPollingRecovers)
@@ -297,6 +364,17 @@ TEST(ToolsTest, PollingSurvivesTheLineGoingAway)
     const std::vector<long> served = numbersAfter(second.output(), "stopped after ");
     ASSERT_EQ(1u, served.size()) << second.output();
     EXPECT_GT(served[0], 5);
+
+    // A line that does not come back is reported, and the exit status says so.
+    {
+        Sim third("--link " + line);
+        poller = std::thread([&] { r = run(poll(line, "--duration 2 --timeout-ms 50 D0")); });
+        usleep(500 * 1000);
+    }
+    poller.join();
+    EXPECT_EQ(1, r.status);
+    EXPECT_EQ("", missing(r.out + r.err, {"LINK LOST, ", "lost and not back after"}))
+        << r.out << r.err;
 }
 
 TEST(ToolsTest, BadInputGivesAClearMessageAndStatusTwo)
@@ -319,6 +397,14 @@ TEST(ToolsTest, BadInputGivesAClearMessageAndStatusTwo)
         {null + "--write M5=2 M5", "0 or 1"},
         {null + "--write D0-D3=1 D0", "write to one element"},
         {rvpoll + "D0-D9", "no serial port"},
+        {rvpoll + "--bogus /dev/null D0", "unknown option --bogus"},
+        {rvpoll + "/dev/null D0 --baud", "--baud needs a value"},
+        {rvpoll + "/dev/null --parity=x D0", "bad value 'x' for --parity"},
+        {rvpoll + "/dev/null --format=float D0", "even number of registers"},
+        {rvpoll + "/dev/null D0 M0:float", "formats are for word areas"},
+        {rvpoll + "/dev/null 1:D0 2:D0", "add --multi-station"},
+        {rvpoll + "--lib='" DRIVER_PATH "' -a 1 -b 9600 -P none -l 5 -1 --port=/dev/null D0",
+         "cannot open /dev/null: not a serial port"},
         {poll("/dev/rv-no-such-port", "D0"), "cannot open /dev/rv-no-such-port"},
         {null + "--lib /nonexistent/libdriver.so D0", "cannot load driver"},
         {null + "--lib libm.so.6 D0", "lacks the entry point SetComInfo"},
@@ -332,6 +418,27 @@ TEST(ToolsTest, BadInputGivesAClearMessageAndStatusTwo)
         EXPECT_EQ("", missing(r.err, {c.second})) << c.first << ": " << r.err;
     }
     unlink(otherQt.c_str());
+}
+
+// Real ports go through libserialport, which does not take pseudo-terminals
+// (it finds ports in sysfs); a machine's first UART, where there is one,
+// has no controller behind it but takes the whole path: open, line
+// settings, an exchange that times out, and RS-485 mode said to be missing.
+TEST(ToolsTest, ARealSerialPortThroughTheSerialLibrary)
+{
+    const std::string port = "/dev/ttyS0";
+    const int fd = open(port.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK);
+    if (fd < 0 || !isatty(fd))
+        GTEST_SKIP() << "no usable " << port;
+    close(fd);
+    Result r = run(poll(port, "--once --retries 0 --timeout-ms 20 -P odd -b 9600 D0"));
+    EXPECT_EQ(1, r.status) << r.err;
+    EXPECT_EQ("", missing(r.out, {"D0 |     --", "no reply (code 41)"})) << r.out << r.err;
+    r = run(poll(port, "--once --rs485 --rts-delay-before 1 D0"));
+    if (r.status == 2)
+        EXPECT_EQ("", missing(r.err, {"does not support the kernel's RS-485 mode"})) << r.err;
+    else
+        EXPECT_EQ(1, r.status) << r.err;  // a port that has the mode: polled, nothing answers
 }
 
 TEST(ToolsTest, VariableTextsCodeMeaningsAndReplyFraming)
@@ -364,4 +471,30 @@ TEST(ToolsTest, VariableTextsCodeMeaningsAndReplyFraming)
     EXPECT_EQ(5, replyTarget(QByteArray("\x01\x83\x02", 3), 13));
     EXPECT_EQ(13, replyTarget(QByteArray("\x01\x03\x08", 3), 13));
     EXPECT_EQ(-1, replyTarget(QByteArray(), -1));
+
+    // Replies screened against the frame they answer (CRCs left out: the
+    // driver checks those).
+    const struct {
+        const char *request, *reply;
+        int replyLength;
+        bool matches;
+    } screens[] = {
+        {"\x01\x06\x00\x64\x00\x05", "\x01\x06\x00\x64\x00\x05", 6, true},
+        {"\x01\x06\x00\x64\x00\x05", "\x01\x06\x00\x65\x00\x05", 6, false},  // another write's echo
+        {"\x01\x06\x00\x64\x00\x05", "\x01\x06\x00\x64\x00\x06", 6, false},  // another value
+        {"\x01\x10\x00\x64\x00\x02", "\x01\x10\x00\x64\x00\x01", 6, false},  // another quantity
+        {"\x01\x03\x00\x00\x00\x04", "\x01\x03\x08", 3, true},
+        {"\x01\x03\x00\x00\x00\x04", "\x01\x03\x04", 3, false},  // another block's reply
+        {"\x01\x01\x00\x00\x00\x09", "\x01\x01\x02", 3, true},   // 9 coils in 2 bytes
+        {"\x01\x03\x00\x00\x00\x04", "\x02\x03\x08", 3, false},  // another station
+        {"\x01\x03\x00\x00\x00\x04", "\x01\x06\x00", 3, false},  // another function
+        {"\x01\x03\x00\x00\x00\x04", "\x01\x83\x02", 3, true},   // an exception reply
+        {"\x01\x06\x00\x64\x00\x05", "\x01\x06\x00", 3, true},   // short: the driver's to judge
+    };
+    for (const auto &c : screens) {
+        EXPECT_EQ(c.matches, replyMatchesRequest(
+                                 reinterpret_cast<const unsigned char *>(c.request), 6,
+                                 reinterpret_cast<const unsigned char *>(c.reply), c.replyLength))
+            << testing::PrintToString(std::string(c.reply, c.replyLength));
+    }
 }

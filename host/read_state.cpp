@@ -1,0 +1,86 @@
+#include "read_state.h"
+
+#include "poll_stats.h"
+
+namespace {
+
+QString rangeName(int areaType, int first, int last)
+{
+    return first == last ? elementName(areaType, first)
+                         : elementName(areaType, first) + "-" + elementName(areaType, last);
+}
+
+// Runs of consecutive elements of `v` for which `unread(offset)` holds.
+template <typename F>
+QStringList unreadRuns(const VarSpec &v, const QString &prefix, F unread)
+{
+    QStringList runs;
+    int first = -1;
+    for (int k = 0; k <= v.count; ++k) {
+        const bool out = k < v.count && unread(k);
+        if (out && first < 0)
+            first = k;
+        if (!out && first >= 0) {
+            runs << prefix + rangeName(v.areaType, v.address + first, v.address + k - 1);
+            first = -1;
+        }
+    }
+    return runs;
+}
+
+}  // namespace
+
+const BlockState *ReadState::blockOf(const VarSpec &v, int offset) const
+{
+    for (int i = 0; i < blocks_.size(); ++i) {
+        const BlockState &b = blocks_.at(i);
+        // A single-station driver reads every variable from the default station.
+        const int station = multiStation_ && v.station ? v.station : defaultStation_;
+        if (b.holds(station, v.areaType, v.address + offset))
+            return &b;
+    }
+    return nullptr;
+}
+
+QStringList ReadState::problems(const QList<VarSpec> &vars, bool scanComplete) const
+{
+    QStringList lines;
+    for (int i = 0; i < blocks_.size(); ++i) {
+        const BlockState &b = blocks_.at(i);
+        if (b.good())
+            continue;
+        const QString where = rangeName(b.areaType, b.address, b.address + b.elements - 1) +
+                              " on station " + QString::number(b.station);
+        if (b.station == 0)
+            lines << where +
+                         ": station 0 is the broadcast address; it takes writes but cannot be read";
+        else if (b.lastCode >= 0)
+            lines << QString("%1: %2 (code %3): %4")
+                         .arg(where, codeMeaning(b.lastCode))
+                         .arg(b.lastCode)
+                         .arg(codeHint(b.lastCode));
+    }
+    // Elements no block reads: the driver cut them at the area's end.
+    for (int i = 0; scanComplete && i < vars.size(); ++i) {
+        const VarSpec &v = vars.at(i);
+        const QStringList runs = unreadRuns(v, QString(), [&](int k) { return !blockOf(v, k); });
+        for (int r = 0; r < runs.size(); ++r)
+            lines << runs.at(r) + ": past the end of the " + areaNameOf(v.areaType) +
+                         " area, never read";
+    }
+    return lines;
+}
+
+QStringList ReadState::neverRead(const QList<VarSpec> &vars) const
+{
+    QStringList ranges;
+    for (int i = 0; i < vars.size(); ++i) {
+        const VarSpec &v = vars.at(i);
+        const QString prefix = multiStation_ ? QString::number(v.station) + ":" : QString();
+        ranges << unreadRuns(v, prefix, [&](int k) {
+            const BlockState *b = blockOf(v, k);
+            return !(b && b->everRead);
+        });
+    }
+    return ranges;
+}
