@@ -37,7 +37,7 @@ public:
     LocalArea localArea;
     // Index of extendList by key, kept in step with it, so that finding a
     // stored value does not walk the whole store.
-    QHash<ExtendKey, int> extendIndex;
+    ExtendIndex extendIndex;
 
 private:
     Quorvel_RV_Series(const Quorvel_RV_Series &);
