@@ -47,6 +47,11 @@ public:
     // The key's value, or null. Valid until the next insert.
     ExtendValue *find(const ExtendKey &key)
     {
+        return const_cast<ExtendValue *>(static_cast<const ExtendIndex *>(this)->find(key));
+    }
+
+    const ExtendValue *find(const ExtendKey &key) const
+    {
         unsigned int packed;
         if (!pack(key, packed)) {
             for (size_t i = 0; i < others.size(); ++i)
@@ -58,7 +63,7 @@ public:
             return nullptr;
         const unsigned int mask = unsigned(slots.size()) - 1;
         for (unsigned int i = hash(packed) & mask;; i = (i + 1) & mask) {
-            Slot &s = slots[i];
+            const Slot &s = slots[i];
             if (s.value.index < 0)
                 return nullptr;
             if (s.key == packed)
@@ -69,7 +74,7 @@ public:
     // Index stored for the key, or `missing`.
     int value(const ExtendKey &key, int missing) const
     {
-        const ExtendValue *v = const_cast<ExtendIndex *>(this)->find(key);
+        const ExtendValue *v = find(key);
         return v ? v->index : missing;
     }
 
@@ -96,6 +101,7 @@ private:
         unsigned int key;   // station << 24 | areaType << 16 | address
         ExtendValue value;  // index -1: empty
     };
+    static_assert(sizeof(ExtendValue) == 8, "a slot is 12 bytes");
     struct Other {
         ExtendKey key;
         ExtendValue value;
