@@ -89,6 +89,11 @@ void BM_GetRegisterData_RandomKeys(benchmark::State &state)
         e.data = QByteArray(2, char(key));
         PLC_driver.extendList.append(e);
     }
+    {
+        // The first lookup takes the appended entries into the index.
+        MutexHold hold(PLC_driver.areaMutex);
+        ExtendFindSameVar(1 + all[0] / addresses, 14, all[0] % addresses);
+    }
     std::vector<QString> texts;
     for (int a = 0; a < addresses; ++a)
         texts.push_back(bench::wordText(a));

@@ -394,7 +394,7 @@ def main():
     if crc:
         add("## CRC-16")
         add("")
-        add("`CalCRC` takes eight bytes a step from tables the compiler builds from the "
+        add("`CalCRC` takes sixteen bytes a step from tables the compiler builds from the "
             "polynomial. The same bytes take far longer on the line:")
         add("")
         add("| Frame bytes | `CalCRC` | Line time at 115200 baud | Line time at 19200 baud |")
