@@ -14,7 +14,10 @@ namespace {
 long heapInUse()
 {
 #if defined(__GLIBC__) && (__GLIBC__ > 2 || (__GLIBC__ == 2 && __GLIBC_MINOR__ >= 33))
-    return long(mallinfo2().uordblks);
+    // Large blocks (a grown index or list array) may be mapped apart from
+    // the heap proper; they count all the same.
+    const struct mallinfo2 m = mallinfo2();
+    return long(m.uordblks + m.hblkhd);
 #else
     return -1;
 #endif

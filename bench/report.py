@@ -444,7 +444,8 @@ def main():
     # Memory.
     add("## Memory")
     add("")
-    add("Heap in use (glibc `mallinfo2`, bytes allocated and not freed) grown by each step.")
+    add("Heap in use (glibc `mallinfo2`, bytes allocated and not freed, mapped blocks "
+        "included) grown by each step.")
     add("")
     add("| What | Heap |")
     add("|---|---|")
@@ -472,6 +473,7 @@ def main():
         "zero bytes are shared by all entries; an entry that a reply or write gives its own "
         "value holds its own `QByteArray`, which the heap figures above show as the "
         "difference between the two rows.")
+    add("")
     add("The shared mirror is a fixed %d-byte block inside the driver object and never "
         "grows." % 50140)
     add("")
