@@ -11,11 +11,12 @@ import subprocess
 UNIT_NS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
 
 
-def load_benchmarks(results):
-    """name -> entry, the fastest of its repetitions."""
+def load_benchmarks(results, program=r"_bench"):
+    """name -> entry, the fastest of its repetitions, from the files of the
+    driver's programs (or, with program=r"_bench_plain", of the baseline's)."""
     found = {}
     for fname in sorted(os.listdir(results)):
-        if not fname.endswith("_bench.json"):
+        if not re.search(program + r"(\.\d+)?\.json$", fname):
             continue
         with open(os.path.join(results, fname)) as f:
             data = json.load(f)
@@ -192,7 +193,7 @@ def plot_wire(docs, png, wire):
                                      wire["one_per_variable"][key] / 1e3))
     script = """set terminal pngcairo size 900,540 font 'DejaVu Sans,11'
 set output '%s'
-set title 'Line time of one scan of %d variables (8E1, frame gaps included)'
+set title 'Line time of one scan of %d variables (8E1, frame gaps and %g ms turnaround)'
 set xlabel 'baud rate'
 set ylabel 'seconds per scan (log scale)'
 set logscale y
@@ -203,7 +204,7 @@ set style fill solid 0.8 border -1
 set key top right
 plot '%s' using 2:xtic(1) title 'driver (block reads)' lc rgb '#1f77b4', \\
      '' using 3 title 'one request per variable' lc rgb '#ff7f0e'
-""" % (png, wire["variables"], fname)
+""" % (png, wire["variables"], wire.get("turnaround_ms", 0), fname)
     try:
         gnuplot(script, docs)
     finally:
@@ -220,6 +221,7 @@ def main():
     args = ap.parse_args()
 
     found = load_benchmarks(args.results)
+    plain = load_benchmarks(args.results, r"_bench_plain")
     wire = None
     wpath = os.path.join(args.results, "wire_efficiency.json")
     if os.path.exists(wpath):
@@ -233,8 +235,8 @@ def main():
     add("")
     add("What the driver costs beside the wire, measured by `scripts/bench` (Google Benchmark "
         "programs under `bench/`, release build). Times are CPU time of the measuring thread, "
-        "fastest of five repetitions: the machine is shared, and other work only ever adds "
-        "time. (The benchmark programs print that the Google Benchmark library was built as "
+        "fastest of all repetitions (five, or six in three rounds alternating with the plain "
+        "baseline): the machine is shared, and other work only ever adds time. (The benchmark programs print that the Google Benchmark library was built as "
         "debug: that is Debian's build of the harness; the driver's code is the release "
         "build named below.) Regenerate with `scripts/bench`; nothing in the test suite "
         "checks speed.")
@@ -287,6 +289,38 @@ def main():
     else:
         row("`GetRegisterData`, per-station store, 50,000 keys vs 1,000", "≤ 2×",
             "not measured", None)
+    def ratio_row(what, target, ours, base, least):
+        """A row for `base` time over `ours` time of at least `least`."""
+        if ours and base:
+            r = ns(base) / ns(ours)
+            row(what, target, "%.1f× (%s vs %s)" % (r, fmt_time(ns(ours)), fmt_time(ns(base))),
+                r >= least)
+        else:
+            row(what, target, "not measured", None)
+
+    ratio_row("Polling round, 64-register read, shared mirror, against the bitwise-CRC "
+              "baseline", "≥ 5× faster", pick(found, "BM_PollRound_SharedMirror"),
+              pick(plain, "BM_PollRound_SharedMirror"), 5.0)
+    e = pick(found, "BM_CalCRC/133")
+    v = 133 / ns(e) if e else None
+    row("`CalCRC`, 133-byte reply", "≥ 1 byte/ns",
+        "not measured" if v is None else "%.2f bytes/ns (%s)" % (v, fmt_time(ns(e))),
+        None if v is None else v >= 1.0)
+    random_keys = by_size(found, "BM_GetRegisterData_RandomKeys")
+    small = dict(random_keys).get(1000)
+    large = dict(random_keys).get(50000)
+    if small and large:
+        ratio = ns(large) / ns(small)
+        row("`GetRegisterData`, one word, per-station store, random keys of 8 stations, "
+            "50,000 keys vs 1,000", "≤ 2×",
+            "%.2f× (%s vs %s)" % (ratio, fmt_time(ns(large)), fmt_time(ns(small))), ratio <= 2.0)
+    else:
+        row("`GetRegisterData`, per-station store, random keys, 50,000 keys vs 1,000", "≤ 2×",
+            "not measured", None)
+    e = pick(found, "BM_Heap_PerStationKeys/50000")
+    row("Per-station store, heap per key (50,000 keys)", "≤ 64 bytes",
+        "%.0f bytes" % e["bytes_per_key"] if e else "not measured",
+        e["bytes_per_key"] <= 64 if e else None)
     e = pick(found, "BM_SetRegisterData_Queue1000/1000")
     v = ns(e) if e else None
     row("`SetRegisterData`, queue mode, 1,000 writes pending", "< 5 µs", fmt_time(v),
@@ -308,9 +342,9 @@ def main():
 
     # What profiling showed for the targets that can slip on this machine.
     notes = {
-        "Polling round": "the bit-by-bit CRC of the 133-byte reply is about 80 % of the round "
-                         "(see below); the CRC stays bit by bit by design, so the round moves "
-                         "with the processor's speed.",
+        "Polling round": "the CRC-16 of the 133-byte reply and of the request is the largest "
+                         "single part of the round (see below); the round moves with the "
+                         "processor's speed.",
         "`ReCreatReadVarList`, 100,000 vs 20,000, several stations":
             "perf shows the per-variable pass spending most of its own time on the first "
             "load of each probe into its table of request identities (8 bytes a slot, at "
@@ -329,12 +363,39 @@ def main():
     if explained:
         add("")
 
+    # Side by side with the plain baseline, measured in the same run.
+    pairs = [("`CalCRC`, 133-byte reply", "BM_CalCRC/133"),
+             ("`CalCRC`, 256 bytes", "BM_CalCRC/256"),
+             ("Polling round, 64-register read (`ComCommunication` + `DataCom`)",
+              "BM_PollRound_SharedMirror"),
+             ("`GetRegisterData`, per-station store, 1,000 keys, random keys",
+              "BM_GetRegisterData_RandomKeys/1000"),
+             ("`GetRegisterData`, per-station store, 50,000 keys, random keys",
+              "BM_GetRegisterData_RandomKeys/50000")]
+    add("## Against a plain implementation")
+    add("")
+    add("The plain baseline is the driver built from its own objects with two files swapped "
+        "(`bench/plain/`): `CalCRC` bit by bit, and the per-station store's lookup a walk of "
+        "`extendList` from the front with every value read from the entry. Each pair is "
+        "measured in the same `scripts/bench` run, in rounds alternating between the two "
+        "programs.")
+    add("")
+    add("| Case | Plain | Ours | Ratio |")
+    add("|---|---|---|---|")
+    for label, name in pairs:
+        a, b = pick(plain, name), pick(found, name)
+        add("| %s | %s | %s | %s |" % (
+            label, fmt_time(ns(a)) if a else "not measured", fmt_time(ns(b)) if b else
+            "not measured", "%.1f×" % (ns(a) / ns(b)) if a and b else "–"))
+    add("")
+
     # CRC.
     crc = by_size(found, "BM_CalCRC")
     if crc:
         add("## CRC-16")
         add("")
-        add("`CalCRC` runs bit by bit. The same bytes take far longer on the line:")
+        add("`CalCRC` takes sixteen bytes a step from tables the compiler builds from the "
+            "polynomial. The same bytes take far longer on the line:")
         add("")
         add("| Frame bytes | `CalCRC` | Line time at 115200 baud | Line time at 19200 baud |")
         add("|---|---|---|---|")
@@ -349,7 +410,7 @@ def main():
     if round_ and crc_reply:
         add("## The polling round")
         add("")
-        add("A good 64-register reply is 133 bytes; checking its CRC-16 bit by bit takes %s, "
+        add("A good 64-register reply is 133 bytes; checking its CRC-16 takes %s, "
             "%.0f %% of the whole shared-mirror round (%s). The rest, building the 8-byte "
             "request with its own CRC, queueing it, storing 64 words and moving the block "
             "to the tail of the cyclic list, takes about %s. With the per-station store the "
@@ -359,13 +420,20 @@ def main():
         add("")
 
     # Per-station store and polling round details.
-    if store:
+    if store or random_keys:
         add("## Per-station store against its size")
         add("")
-        add("| Stored keys | `GetRegisterData`, one word |")
-        add("|---|---|")
-        for size, e in store:
-            add("| %d | %s |" % (size, fmt_time(ns(e))))
+        add("One word read with `GetRegisterData`: the key created last (the one a walk of the "
+            "store reaches last), and keys drawn at random from 8 stations and 7,000 registers, "
+            "each holding its own value, read in random order as a screen of scattered variables "
+            "asks for them.")
+        add("")
+        add("| Stored keys | Key created last | Random keys |")
+        add("|---|---|---|")
+        last, rnd = dict(store), dict(random_keys)
+        for size in sorted(set(last) | set(rnd)):
+            add("| %d | %s | %s |" % (size, fmt_time(ns(last[size])) if size in last else "–",
+                                       fmt_time(ns(rnd[size])) if size in rnd else "–"))
         add("")
     filled = by_size(found, "BM_PollRound_PerStationStoreFilled")
     if filled:
@@ -376,7 +444,8 @@ def main():
     # Memory.
     add("## Memory")
     add("")
-    add("Heap in use (glibc `mallinfo2`, bytes allocated and not freed) grown by each step.")
+    add("Heap in use (glibc `mallinfo2`, bytes allocated and not freed, mapped blocks "
+        "included) grown by each step.")
     add("")
     add("| What | Heap |")
     add("|---|---|")
@@ -394,6 +463,16 @@ def main():
             "(%.0f bytes a key) |" % (e["store_heap_bytes"] / 1024, e["bytes_per_key"]))
     else:
         add("| Per-station store with 50,000 keys | not measured |")
+    e = pick(found, "BM_Heap_PerStationKeysFilled/50000")
+    if e:
+        add("| Driver: the same 50,000 keys, each then holding its own word | %.0f KiB "
+            "(%.0f bytes a key) |" % (e["store_heap_bytes"] / 1024, e["bytes_per_key"]))
+    add("")
+    add("A key costs its `extendList` entry (the list's pointer and the entry itself) and a "
+        "12-byte slot of the index, at most four slots in five in use. A new entry's four "
+        "zero bytes are shared by all entries; an entry that a reply or write gives its own "
+        "value holds its own `QByteArray`, which the heap figures above show as the "
+        "difference between the two rows.")
     add("")
     add("The shared mirror is a fixed %d-byte block inside the driver object and never "
         "grows." % 50140)
@@ -411,12 +490,13 @@ def main():
             "libmodbus client that reads every variable with its own request. The driver's "
             "values after its scan equal the plain client's (%d differ). Line times are "
             "computed from the frames and bytes for 8E1 with the 3.5-character gap after "
-            "every frame (the controller's turnaround comes on top, once per frame, which "
-            "favours the driver further); the pseudo-terminal has no baud rate, so its time "
+            "every frame and a controller turnaround of %s ms before every reply (a common "
+            "figure for serial PLCs; `wire_efficiency --turnaround-ms`); the pseudo-terminal "
+            "has no baud rate, so its time "
             "is the software, kernel and simulator cost alone. Block reads also carry the "
             "registers and bits in the gaps between variables, so the bytes can exceed "
             "those of single reads; %d of the driver's %d frames are distinct blocks."
-            % (wire["variables"], wire["values_differ"],
+            % (wire["variables"], wire["values_differ"], "%g" % wire.get("turnaround_ms", 0),
                wire.get("driver_distinct_frames", d["frames"]), d["frames"]))
         add("")
         add("| Client | Frames per scan | Bytes per scan | Scan on the pty | Client CPU per scan "
@@ -460,7 +540,9 @@ def main():
             plot_xy(args.docs, "perf-store-lookup.png",
                     "GetRegisterData of one word against the size of the per-station store",
                     "stored keys (log scale)", "ns per call",
-                    [("per-station store", [(s, ns(e)) for s, e in store])], logx=True,
+                    [("per-station store, key created last", [(s, ns(e)) for s, e in store]),
+                     ("per-station store, random keys of 8 stations",
+                      [(s, ns(e)) for s, e in random_keys])], logx=True,
                     hline=(ns(mirror), "shared mirror") if mirror else None)
             images.append(("perf-store-lookup.png", "Store lookup against stored keys"))
         if rebuild:
@@ -506,13 +588,15 @@ def main():
         "into the shared mirror or the per-station store (empty or already holding other "
         "stations' keys), and 1 to 125 registers into the mirror |")
     add("| `bench/register_data_bench` | `GetRegisterData` of one word from the mirror and from "
-        "per-station stores of 1,000 to 50,000 keys; `SetRegisterData` in queue mode replacing "
-        "the newest of 1,000 pending writes |")
+        "per-station stores of 1,000 to 50,000 keys (the key created last, and random keys); "
+        "`SetRegisterData` in queue mode replacing the newest of 1,000 pending writes |")
     add("| `bench/read_list_bench` | `ReCreatReadVarList` of 1,000, 20,000 and 100,000 "
         "variables, single station and several stations |")
     add("| `bench/crc_bench` | `CalCRC` over request and reply sizes up to 256 bytes |")
     add("| `bench/memory_bench` | Heap grown by a 20,000-variable read list and by 50,000 "
-        "per-station keys |")
+        "per-station keys, new and holding values |")
+    add("| `bench/*_bench_plain` | `crc_bench`, `poll_round_bench` and `register_data_bench` "
+        "built against the plain baseline in `bench/plain/` |")
     add("| `bench/wire_efficiency` | Frames, bytes and time per scan against the controller "
         "simulator on a pseudo-terminal: the driver, a one-request-per-variable libmodbus "
         "client and `rvpoll` |")

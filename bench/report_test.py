@@ -22,12 +22,13 @@ def entry(name, cpu, unit="ns", aggregate=None, **extra):
     return e
 
 
-def run_report(benchmarks, wire=None):
+def run_report(benchmarks, wire=None, plain=None):
     with tempfile.TemporaryDirectory() as tmp:
         res, docs = os.path.join(tmp, "res"), os.path.join(tmp, "docs")
         os.makedirs(res)
         os.makedirs(docs)
-        for name, data in (("x_bench", {"context": {}, "benchmarks": benchmarks}),
+        for name, data in (("x_bench.1", {"context": {}, "benchmarks": benchmarks}),
+                           ("x_bench_plain.1", plain and {"context": {}, "benchmarks": plain}),
                            ("wire_efficiency", wire)):
             if data:
                 with open(os.path.join(res, name + ".json"), "w") as f:
@@ -60,7 +61,8 @@ class ReportTest(unittest.TestCase):
                   store_heap_bytes=5120000, bytes_per_key=102.4, keys=50000),
         ], wire={"variables": 600, "scans": 1, "driver": side, "one_per_variable": single,
                  "ratio_frames": 6.0, "ratio_bytes": 2.5, "ratio_time": 3.0,
-                 "driver_distinct_frames": 98, "values_differ": 0})
+                 "driver_distinct_frames": 98, "values_differ": 0},
+           plain=[entry("BM_PollRound_SharedMirror", 11000)])
         self.assertEqual(rc, 0)
         self.assertIn("| 6.0× | 2.5× | 3.0× | 3.5× | 2.5× | 2.5× | 4.0× |", md)
         self.assertIn("98 of the driver's 100 frames", md)
@@ -68,6 +70,8 @@ class ReportTest(unittest.TestCase):
         for start, want in [
                 ("| Polling round, 64-register read, shared", "2.10 µs | **missed**"),
                 ("| `GetRegisterData`, one word, shared", "150 ns | met"),
+                ("| Polling round, 64-register read, shared mirror, against",
+                 "5.2× (2.10 µs vs 11.00 µs) | met"),
                 ("| `GetRegisterData`, one word, per-station",
                  "2.50× (250 ns vs 100 ns) | **missed**"),
                 ("| `SetRegisterData`", "not measured"),

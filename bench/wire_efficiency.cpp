@@ -7,7 +7,12 @@
 // With --rvpoll the same variables are also polled once by the runtime
 // stand-in, which loads the shared library the way a panel does.
 //
-//   wire_efficiency [--vars N] [--scans K] [--json FILE] [--rvpoll PATH]
+// Line times add the controller's turnaround, the time it takes between a
+// request's end and its reply's start, once per frame (--turnaround-ms,
+// 10 ms by default, a common figure for serial PLCs).
+//
+//   wire_efficiency [--vars N] [--scans K] [--turnaround-ms T] [--json FILE]
+//                   [--rvpoll PATH]
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
@@ -329,13 +334,17 @@ ScanStats scanWithRvpoll(const char *rvpoll, const char *device, const std::vect
     return s;
 }
 
+// Controller turnaround per frame, seconds.
+double turnaround = 0.010;
+
 // Time on a real line for the same traffic, 8E1 (11 bits a character), each
-// frame followed by the 3.5-character silence (1.75 ms above 19200 baud).
+// frame followed by the 3.5-character silence (1.75 ms above 19200 baud),
+// and the controller's turnaround before every reply.
 double lineSeconds(const ScanStats &s, int baud)
 {
     const double character = 11.0 / baud;
     const double gap = baud > 19200 ? 0.00175 : 3.5 * character;
-    return s.bytes * character + 2.0 * s.frames * gap;
+    return s.bytes * character + 2.0 * s.frames * gap + s.frames * turnaround;
 }
 
 void printRow(const char *name, const ScanStats &s)
@@ -384,18 +393,22 @@ int main(int argc, char **argv)
             total = std::atoi(argv[++i]);
         else if (a == "--scans" && i + 1 < argc)
             scans = std::atoi(argv[++i]);
+        else if (a == "--turnaround-ms" && i + 1 < argc)
+            turnaround = std::atof(argv[++i]) / 1e3;
         else if (a == "--json" && i + 1 < argc)
             jsonPath = argv[++i];
         else if (a == "--rvpoll" && i + 1 < argc)
             rvpoll = argv[++i];
         else {
-            std::fprintf(stderr, "usage: %s [--vars N] [--scans K] [--json FILE] [--rvpoll PATH]\n",
+            std::fprintf(stderr, "usage: %s [--vars N] [--scans K] [--turnaround-ms T] [--json FILE] "
+                         "[--rvpoll PATH]\n",
                          argv[0]);
             return 2;
         }
     }
-    if (total < 6 || scans < 1) {
-        std::fprintf(stderr, "need --vars of at least 6 and --scans of at least 1\n");
+    if (total < 6 || scans < 1 || !(turnaround >= 0)) {
+        std::fprintf(stderr, "need --vars of at least 6, --scans of at least 1 and a "
+                             "turnaround of 0 ms or more\n");
         return 2;
     }
 
@@ -436,7 +449,8 @@ int main(int argc, char **argv)
     const double frameRatio = driver.frames > 0 ? double(plain.frames) / driver.frames : 0;
     const double byteRatio = driver.bytes > 0 ? double(plain.bytes) / driver.bytes : 0;
     const double timeRatio = driver.seconds > 0 ? plain.seconds / driver.seconds : 0;
-    std::printf("%zu variables, %d scans each, station 1, blockUnits 64\n", vars.size(), scans);
+    std::printf("%zu variables, %d scans each, station 1, blockUnits 64, turnaround %.1f ms\n",
+                vars.size(), scans, turnaround * 1e3);
     std::printf("%-28s %8s %10s %12s %12s %12s %12s %12s %9s\n", "client", "frames", "bytes",
                 "pty ms/scan", "cpu ms/scan", "9600 ms", "19200 ms", "115200 ms", "failures");
     printRow("driver (block reads)", driver);
@@ -456,7 +470,8 @@ int main(int argc, char **argv)
             std::perror(jsonPath);
             return 1;
         }
-        std::fprintf(f, "{\n  \"variables\": %zu,\n  \"scans\": %d,\n", vars.size(), scans);
+        std::fprintf(f, "{\n  \"variables\": %zu,\n  \"scans\": %d,\n  \"turnaround_ms\": %.3f,\n",
+                     vars.size(), scans, turnaround * 1e3);
         jsonRow(f, "driver", driver, false);
         jsonRow(f, "one_per_variable", plain, false);
         if (stand.measured) {

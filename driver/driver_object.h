@@ -35,9 +35,10 @@ public:
     int scanCounter;
     bool commError;
     LocalArea localArea;
-    // Index of extendList by key, kept in step with it, so that finding a
-    // stored value does not walk the whole store.
-    QHash<ExtendKey, int> extendIndex;
+    // Index of extendList by key, kept in step with it, holding the bytes
+    // readers need, so that reading a stored value neither walks the store
+    // nor touches the list.
+    ExtendIndex extendIndex;
 
 private:
     Quorvel_RV_Series(const Quorvel_RV_Series &);

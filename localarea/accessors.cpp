@@ -163,10 +163,14 @@ void saveReplyWords(const Protocol &head, const QByteArray *reply, unsigned shor
     const long long size = reply->size();
     const unsigned char *r = reinterpret_cast<const unsigned char *>(reply->constData());
     unsigned short *dest = words + span.first;
-    for (int u = 0; u < span.units; ++u) {
+    // Only the units whose two bytes the reply holds are stored; working out
+    // that range first leaves a loop the compiler can vectorise.
+    const long long base = h + 2LL * span.skip;
+    const long long lo = base >= 0 ? 0 : (1 - base) / 2;
+    const long long hi = qMin<long long>(span.units, size > base ? (size - base) / 2 : 0);
+    for (long long u = lo; u < hi; ++u) {
         // Registers arrive high byte first.
-        const long long at = h + 2LL * (span.skip + u);
-        if (at >= 0 && at + 1 < size)
-            dest[u] = (unsigned short)((r[at] << 8) | r[at + 1]);
+        const unsigned char *at = r + base + 2 * u;
+        dest[u] = (unsigned short)((at[0] << 8) | at[1]);
     }
 }

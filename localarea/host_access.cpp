@@ -31,8 +31,8 @@ void readStationBits(QByteArray &out, int station, int areaType, int start, int 
         const int element = start + i;
         if ((element & ~7) != group) {
             group = element & ~7;
-            const QByteArray &data = PLC_driver.extendList.at(ExtendFindSameVar(station, areaType, group)).data;
-            groupBits = data.isEmpty() ? 0 : (unsigned char)data.at(0);
+            const ExtendValue v = extendEntry(station, areaType, group);
+            groupBits = v.size == 0 ? 0 : v.bytes[0];
         }
         o[i] = char((groupBits >> (element & 7)) & 1);
     }
@@ -42,10 +42,10 @@ void readStationWords(QByteArray &out, int station, int areaType, int start, int
 {
     char *o = out.data();
     for (int k = 0; k < count; ++k) {
-        const QByteArray &data = PLC_driver.extendList.at(ExtendFindSameVar(station, areaType, start + k)).data;
-        const bool whole = data.size() >= 2;
-        o[2 * k] = whole ? data.at(0) : 0;
-        o[2 * k + 1] = whole ? data.at(1) : 0;
+        const ExtendValue v = extendEntry(station, areaType, start + k);
+        const bool whole = v.size >= 2;
+        o[2 * k] = whole ? char(v.bytes[0]) : 0;
+        o[2 * k + 1] = whole ? char(v.bytes[1]) : 0;
     }
 }
 

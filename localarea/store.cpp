@@ -1,5 +1,5 @@
 // Read replies and write values into the shared mirror or the per-station
-// store, and the store's lookup.
+// store (whose lookup is store_lookup.cpp).
 #include "store.h"
 
 #include "../driver/driver_object.h"
@@ -9,38 +9,6 @@
 #include "storage_mode.h"
 
 namespace {
-
-// Builds the index from the list; the first entry of a key wins, as a walk
-// from index 0 would find it.
-void rebuildExtendIndex()
-{
-    Quorvel_RV_Series &d = PLC_driver;
-    d.extendIndex.clear();
-    d.extendIndex.reserve(d.extendList.size());
-    for (int i = 0; i < d.extendList.size(); ++i) {
-        const EXTENDVAR &e = d.extendList.at(i);
-        const ExtendKey key = {e.station, e.areaType, e.address};
-        if (!d.extendIndex.contains(key))
-            d.extendIndex.insert(key, i);
-    }
-}
-
-bool holdsKey(int index, const ExtendKey &key)
-{
-    const QList<EXTENDVAR> &list = PLC_driver.extendList;
-    if (index < 0 || index >= list.size())
-        return false;
-    const EXTENDVAR &e = list.at(index);
-    return e.station == key.station && e.areaType == key.areaType && e.address == key.address;
-}
-
-// Makes an entry's data exactly the given bytes, reusing its storage.
-void setData(EXTENDVAR &e, const char *bytes, int n)
-{
-    e.data.resize(n);
-    for (int i = 0; i < n; ++i)
-        e.data[i] = bytes[i];
-}
 
 void saveToStationStore(const QByteArray &reply, const Protocol &head)
 {
@@ -53,26 +21,18 @@ void saveToStationStore(const QByteArray &reply, const Protocol &head)
     const long long h = head.replyHeaderLength;
     const long long size = reply.size();
     const char *r = reply.constData();
-    QList<EXTENDVAR> &list = PLC_driver.extendList;
     for (int u = 0; u < span.units; ++u) {
         // A stored unit replaces the entry's data whole; a unit missing from
         // a short reply leaves the entry empty, so it reads as zero.
         if (bits) {
-            EXTENDVAR &e = list[ExtendFindSameVar(s, t, span.first + 8 * u)];
             const long long at = h + span.skip + u;
-            if (at >= 0 && at < size)
-                setData(e, r + at, 1);
-            else
-                e.data.clear();
+            const bool held = at >= 0 && at < size;
+            setExtendData(s, t, span.first + 8 * u, held ? r + at : nullptr, held ? 1 : 0);
         } else {
-            EXTENDVAR &e = list[ExtendFindSameVar(s, t, span.first + u)];
             const long long at = h + 2LL * (span.skip + u);
-            if (at >= 0 && at + 1 < size) {
-                const char lowFirst[2] = {r[at + 1], r[at]};
-                setData(e, lowFirst, 2);
-            } else {
-                e.data.clear();
-            }
+            const bool held = at >= 0 && at + 1 < size;
+            const char lowFirst[2] = {held ? r[at + 1] : char(0), held ? r[at] : char(0)};
+            setExtendData(s, t, span.first + u, lowFirst, held ? 2 : 0);
         }
     }
 }
@@ -83,54 +43,27 @@ void writeToStationStore(const RW_VAR &var, int count)
     const int s = var.station;
     const int a = var.address;
     const QByteArray &v = var.value;
-    QList<EXTENDVAR> &list = PLC_driver.extendList;
     if (isWordArea(t)) {
         const int words = qMin(count, v.size() / 2);
         for (int k = 0; k < words; ++k)
-            setData(list[ExtendFindSameVar(s, t, a + k)], v.constData() + 2 * k, 2);
+            setExtendData(s, t, a + k, v.constData() + 2 * k, 2);
         return;
     }
     for (int j = 0; j < count; ++j) {
         const int element = a + j;
-        EXTENDVAR &e = list[ExtendFindSameVar(s, t, element & ~7)];
+        const ExtendValue e = extendEntry(s, t, element & ~7);
         // A group that a reply left without data stays without data.
-        if (e.data.isEmpty() || j >= v.size())
+        if (e.size == 0 || j >= v.size())
             continue;
-        unsigned char group = (unsigned char)e.data.at(0);
+        unsigned char group = e.bytes[0];
         const unsigned char mask = (unsigned char)(1u << (element & 7));
         group = v.at(j) == 1 ? (group | mask) : (group & (unsigned char)~mask);
         const char byte = char(group);
-        setData(e, &byte, 1);
+        setExtendData(s, t, element & ~7, &byte, 1);
     }
 }
 
 }  // namespace
-
-int ExtendFindSameVar(int station, int areaType, int address)
-{
-    Quorvel_RV_Series &d = PLC_driver;
-    const ExtendKey key = {station, areaType, address};
-    // The index is trusted only while it matches the list it describes.
-    if (d.extendIndex.size() != d.extendList.size())
-        rebuildExtendIndex();
-    QHash<ExtendKey, int>::const_iterator it = d.extendIndex.constFind(key);
-    if (it != d.extendIndex.constEnd() && !holdsKey(it.value(), key)) {
-        rebuildExtendIndex();
-        it = d.extendIndex.constFind(key);
-    }
-    if (it != d.extendIndex.constEnd())
-        return it.value();
-
-    EXTENDVAR entry;
-    entry.station = station;
-    entry.areaType = areaType;
-    entry.address = address;
-    entry.data = QByteArray(4, '\0');
-    d.extendList.append(entry);
-    const int index = d.extendList.size() - 1;
-    d.extendIndex.insert(key, index);
-    return index;
-}
 
 void SaveToLocalDataErea(QByteArray *reply)
 {

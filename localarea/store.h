@@ -4,6 +4,7 @@
 
 #include "../driver/export.h"
 #include "../driver/records.h"
+#include "extend_key.h"
 
 // Caller holds areaMutex; the head of sendQueue is the frame answered.
 RV_EXPORT void SaveToLocalDataErea(QByteArray *reply);
@@ -11,5 +12,11 @@ RV_EXPORT void SaveToLocalDataErea(QByteArray *reply);
 RV_EXPORT void WriteDataToLocal(RW_VAR *var);
 // Caller holds areaMutex. Index of the entry for the key, created if new.
 RV_EXPORT int ExtendFindSameVar(int station, int areaType, int address);
+// Caller holds areaMutex. The entry for the key, created if new: its index
+// and the first bytes of its data.
+ExtendValue extendEntry(int station, int areaType, int address);
+// Caller holds areaMutex. Makes the data of the key's entry exactly the
+// n bytes given (n 0..2), creating the entry if new.
+void setExtendData(int station, int areaType, int address, const char *bytes, int n);
 
 #endif

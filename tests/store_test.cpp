@@ -84,3 +84,36 @@ TEST(Store, RepliesAndWritesPerStation)
     EXPECT_EQ(QByteArray("\x03\x04", 2), dataOf(1, 15, 575));
     EXPECT_EQ(0, PLC_driver.localArea.localTD[575]);
 }
+
+// Station numbers outside 0..255 are kept off the index's slots; replies
+// and writes read back per station all the same.
+TEST(Store, ValuesReadBackForAnyStationNumber)
+{
+    resetDriver()->multiStation = 1;
+    const struct { int station; const char *reply; const char *word; const char *bits; } rows[] = {
+        {0, "\x01\x02", "\x02\x01", "\x01\x00"},
+        {255, "\x03\x04", "\x04\x03", "\x00\x01"},
+        {256, "\x05\x06", "\x06\x05", "\x01\x01"},
+        {-1, "\x07\x08", "\x08\x07", "\x00\x00"}};
+    for (const auto &r : rows) {
+        storeReply(r.station, 14, 7, QByteArray(r.reply, 2));
+        storeReply(r.station, 2, 8, QByteArray(1, char(r.bits[0] | r.bits[1] << 1)));
+    }
+    for (const auto &r : rows) {
+        QByteArray word, bits;
+        GetRegisterData(QString(), 14, "7", r.station, &word, 1);
+        GetRegisterData(QString(), 2, "8", r.station, &bits, 2);
+        EXPECT_EQ(QByteArray(r.word, 2), word) << r.station;
+        EXPECT_EQ(QByteArray(r.bits, 2), bits) << r.station;
+        RW_VAR w;
+        w.station = r.station;
+        w.areaType = 14;
+        w.address = 7;
+        w.count = 1;
+        w.value = QByteArray("\x5A\xA5", 2);
+        WriteDataToLocal(&w);
+        GetRegisterData(QString(), 14, "7", r.station, &word, 1);
+        EXPECT_EQ(QByteArray("\x5A\xA5", 2), word) << r.station;
+    }
+    EXPECT_EQ(8, PLC_driver.extendList.size());
+}
