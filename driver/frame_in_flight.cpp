@@ -2,6 +2,7 @@
 
 #include "driver_object.h"
 #include "../localarea/accessors.h"
+#include "../localarea/store.h"
 
 const Protocol *frameInFlight()
 {
@@ -19,4 +20,10 @@ void SaveWord_unsigned_short(QByteArray *reply, unsigned short *words)
 {
     if (const Protocol *head = frameInFlight())
         saveReplyWords(*head, reply, words);
+}
+
+void SaveToLocalDataErea(QByteArray *reply)
+{
+    if (const Protocol *head = frameInFlight())
+        saveReply(*head, activeComInfo(), reply);
 }

@@ -83,13 +83,13 @@ int classifyReply(const Protocol &head, QByteArray *reply, int length, int *chec
 }
 
 // Checks the reply to `head` and stores its data in the local area.
-int dealLocal(const Protocol &head, QByteArray *reply, int length)
+int dealLocal(const Protocol &head, const ComInfo &info, QByteArray *reply, int length)
 {
     int check;
     const int outcome = classifyReply(head, reply, length, &check);
     if (check == ReplyData) {
         MutexHold hold(PLC_driver.areaMutex);
-        SaveToLocalDataErea(reply);
+        saveReply(head, info, reply);
     }
     return returnValue(outcome, head.var.ownerType);
 }
@@ -170,7 +170,7 @@ int CheckGetData(QByteArray *reply, int length)
 int DealDataOfLocalArea(QByteArray *reply, int length)
 {
     const Protocol *head = frameInFlight();
-    return head ? dealLocal(*head, reply, length) : returnValue(LocalCheckFailed, -1);
+    return head ? dealLocal(*head, activeComInfo(), reply, length) : returnValue(LocalCheckFailed, -1);
 }
 
 int DealDataOfRemoteArea(QByteArray *reply, int length)
@@ -199,7 +199,7 @@ extern "C" RW_VAR *DataCom(QByteArray *reply, int length)
     // checks and the storing are done.
     const Protocol &head = d.sendQueue.first();
     const bool local = head.var.linkNo == info->localLinkNo;
-    const int code = local ? dealLocal(head, reply, length) : dealRemote(head, reply, length);
+    const int code = local ? dealLocal(head, *info, reply, length) : dealRemote(head, reply, length);
 
     if (code != 1 && code != 100) {
         d.scanCounter = 0;

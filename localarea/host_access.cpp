@@ -5,7 +5,6 @@
 #include "../driver/locks.h"
 #include "../lists/pieces.h"
 #include "accessors.h"
-#include "storage_mode.h"
 #include "store.h"
 
 namespace {
@@ -65,7 +64,7 @@ int GetRegisterData(QString, int areaType, QString addressText, int station, QBy
 
     Quorvel_RV_Series &d = PLC_driver;
     MutexHold hold(d.areaMutex);
-    if (!stationStoreInUse()) {
+    if (!usesStationStore(activeComInfo())) {
         if (isBitArea(areaType))
             GetBit_unsigned_char(*out, bitBlock(d.localArea, areaType), start, count);
         else
