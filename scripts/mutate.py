@@ -397,11 +397,26 @@ def configure(src_root, build_dir, tests, opt):
 
 def build(build_dir, targets, jobs, limit=None):
     cmd = ["cmake", "--build", build_dir, "-j", str(jobs), "--target"] + targets
+    # Its own process group, so a timeout or an interrupt stops the compilers too.
+    proc = subprocess.Popen(cmd, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
+                            start_new_session=True)
     try:
-        r = subprocess.run(cmd, capture_output=True, text=True, timeout=limit)
+        out, _ = proc.communicate(timeout=limit)
     except subprocess.TimeoutExpired:
+        stop_group(proc)
         return False, "build timed out"
-    return r.returncode == 0, r.stdout + r.stderr
+    except BaseException:
+        stop_group(proc)
+        raise
+    return proc.returncode == 0, out
+
+
+def stop_group(proc):
+    try:
+        os.killpg(proc.pid, signal.SIGKILL)
+    except ProcessLookupError:
+        pass
+    proc.wait()
 
 
 def test_programs(src_root):
@@ -442,11 +457,7 @@ class Run:
         return None
 
     def kill(self):
-        try:
-            os.killpg(self.proc.pid, signal.SIGKILL)
-        except ProcessLookupError:
-            pass
-        self.proc.wait()
+        stop_group(self.proc)
 
 
 def run_tests(programs, timeouts, jobs):
@@ -588,8 +599,10 @@ def main():
         chosen = sample(mutants, n, args.seed)
     skipped_equivalent = sum(1 for m in chosen if m.id in equivalent)
     chosen = [m for m in chosen if m.id not in equivalent]
-    # One file at a time: its object is rebuilt once more when it is put back.
-    chosen.sort(key=lambda m: (m.path, m.start, m.id))
+    # Run in sample order (kinds taking turns, files mixed), so a run cut
+    # short by --max-minutes or an interrupt is still a fair sample. Putting a
+    # file back costs one rebuild of its object, which a compiler cache makes
+    # cheap.
 
     log("building the unmutated tests in %s" % os.path.relpath(build_dir, ROOT))
     if not configure(src_root, build_dir, args.test_names, args.opt):
@@ -662,6 +675,7 @@ def main():
         raise KeyboardInterrupt
 
     signal.signal(signal.SIGTERM, stop)
+    signal.signal(signal.SIGINT, stop)
     started = time.monotonic()
     try:
         for m in chosen:
