@@ -7,6 +7,8 @@ Run it through scripts/mutate, which installs what the build needs first.
   scripts/mutate --sample 400 --seed 7
   scripts/mutate --quick 5          a few mutants: checks that the script works
   scripts/mutate --list             every mutant with its id, nothing is built
+  scripts/mutate --report           the last run's report again (after marking
+                                    equivalent mutants)
   scripts/mutate --mutant ID ...    only these mutants
   scripts/mutate --tests reply_test,queues_test
                                     only these test programs ('all' for every one)
@@ -32,6 +34,7 @@ cannot be set up.
 """
 
 import argparse
+import fcntl
 import hashlib
 import json
 import os
@@ -133,6 +136,24 @@ def droppable(stmt, prev):
     return not DECL_PREFIXES.match(stmt) and not DECL_SHAPE.match(stmt)
 
 
+def brace_kind(header, stack):
+    """'scope' for a namespace, class or enum, 'func' for a function body and
+    'block' for any other brace; header is the code before the brace."""
+    if any(k != "scope" for k, _ in stack):
+        return "block"
+    first = header.split(" ", 1)[0]
+    declared = header.split(":")[0]  # before a base-class list
+    if first in ("namespace", "extern") or \
+            (re.match(r"^(namespace|extern|struct|class|union|enum)\b", header) and "(" not in declared):
+        return "scope"
+    if "(" in header and not header.endswith("=") and first not in CONTROL_WORDS \
+            and not header.startswith("["):
+        return "func"
+    if re.match(r"^(template\s*<.*>\s*)?(struct|class|union)\b", header):
+        return "scope"
+    return "block"
+
+
 def function_bodies(code):
     """(open, close, return type, name) of each function body in masked code."""
     bodies = []
@@ -143,18 +164,7 @@ def function_bodies(code):
         c = code[i]
         if c == "{":
             header = " ".join(code[last_stop:i].split())
-            kind = "block"
-            if all(k == "scope" for k, _ in stack):
-                first = header.split(" ", 1)[0] if header else ""
-                if re.match(r"^(namespace|extern|struct|class|union|enum)\b", header) and \
-                        "(" not in header.split("{")[0].split(":")[0] or \
-                        first in ("namespace", "extern"):
-                    kind = "scope"
-                elif "(" in header and not re.search(r"=\s*$", header) \
-                        and first not in CONTROL_WORDS and not header.startswith("["):
-                    kind = "func"
-                elif re.match(r"^(template\s*<.*>\s*)?(struct|class|union)\b", header):
-                    kind = "scope"
+            kind = brace_kind(header, stack)
             stack.append((kind, (i, header)))
             last_stop = i + 1
         elif c == "}":
@@ -538,6 +548,8 @@ def parse_args():
     p.add_argument("--seed", type=int, default=1, help="sampling seed (default 1)")
     p.add_argument("--mutant", nargs="+", metavar="ID", help="run only these mutants")
     p.add_argument("--list", action="store_true", help="list every mutant and stop")
+    p.add_argument("--report", action="store_true",
+                   help="report the last run again, leaving out mutants since marked equivalent")
     p.add_argument("--tests", metavar="LIST",
                    help="comma-separated test programs, or 'all' (default: all but %s)"
                    % ", ".join(OTHER_TESTS))
@@ -565,15 +577,22 @@ def main():
     work = os.path.abspath(args.build_dir)
     src_root = os.path.join(work, "src")
     build_dir = os.path.join(work, "build")
-    os.makedirs(src_root, exist_ok=True)
-    sync_copy(src_root)
-
-    mutants = all_mutants(src_root)
-    by_id = {m.id: m for m in mutants}
     if args.list:
-        for m in mutants:
+        for m in all_mutants(ROOT):
             print("%s  %s:%d  %s" % (m.id, m.path, m.line, m.describe()))
         return 0
+    if args.report:
+        return report_again(args, work)
+    os.makedirs(src_root, exist_ok=True)
+    lock = open(os.path.join(work, ".lock"), "w")
+    try:
+        fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
+    except OSError:
+        log("another scripts/mutate is working in %s" % work)
+        return 1
+    sync_copy(src_root)
+    mutants = all_mutants(src_root)
+    by_id = {m.id: m for m in mutants}
 
     available = test_programs(src_root)
     if args.tests in (None, ""):
@@ -729,7 +748,8 @@ def main():
     for r in results:
         r.pop("pending", None)
     with open(os.path.join(work, "results.json"), "w", encoding="utf-8") as f:
-        json.dump(results, f, indent=1)
+        json.dump({"seed": args.seed, "tests": args.test_names, "total": len(mutants),
+                   "equivalent": skipped_equivalent, "mutants": results}, f, indent=1)
     score = report(results, args, len(mutants), skipped_equivalent, os.path.join(work, "report.txt"))
     log("%d mutants in %.0fs; report in %s" % (len(results), time.monotonic() - started,
                                                os.path.relpath(os.path.join(work, "report.txt"), ROOT)))
@@ -738,6 +758,19 @@ def main():
     if args.quick is None and args.min_score is not None and score < args.min_score:
         log("score %.1f%% is below %.1f%%" % (score, args.min_score))
         return 1
+    return 0
+
+
+def report_again(args, work):
+    """The last run's report, with the mutants now listed as equivalent left out."""
+    with open(os.path.join(work, "results.json"), encoding="utf-8") as f:
+        saved = json.load(f)
+    equivalent = read_equivalent()
+    results = [r for r in saved["mutants"] if r["id"] not in equivalent]
+    args.seed = saved["seed"]
+    args.test_names = saved["tests"]
+    marked = saved["equivalent"] + len(saved["mutants"]) - len(results)
+    report(results, args, saved["total"], marked, os.path.join(work, "report.txt"))
     return 0
 
 
