@@ -3,7 +3,6 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "driver/checksum.h"
 
 void fuzzFail(const char *what, int detail)
 {
@@ -26,11 +25,16 @@ int blockBytes(int areaType)
     return isBitArea(areaType) ? areaCapacity(areaType) / 8 : areaCapacity(areaType) * 2;
 }
 
-AreaGuard::AreaGuard() { snapshot(); }
+AreaGuard::AreaGuard()
+{
+    std::memcpy(&before_, &PLC_driver.localArea, sizeof before_);
+    snapshot();
+}
 
 void AreaGuard::snapshot()
 {
-    std::memcpy(&before_, &PLC_driver.localArea, sizeof before_);
+    if (!unchanged())
+        std::memcpy(&before_, &PLC_driver.localArea, sizeof before_);
     for (int t = 0; t < AreaTypeCount; ++t)
         allowed_[t] = false;
 }
@@ -45,6 +49,11 @@ void AreaGuard::allowAll()
 {
     for (int t = 0; t < AreaTypeCount; ++t)
         allowed_[t] = true;
+}
+
+bool AreaGuard::unchanged() const
+{
+    return std::memcmp(&before_, &PLC_driver.localArea, sizeof before_) == 0;
 }
 
 bool AreaGuard::changedRange(int areaType, int &lo, int &hi) const
@@ -78,10 +87,15 @@ bool AreaGuard::changedRange(int areaType, int &lo, int &hi) const
 
 void AreaGuard::check(const char *what) const
 {
-    int lo, hi;
-    for (int t = 0; t < AreaTypeCount; ++t)
-        if (!allowed_[t] && changedRange(t, lo, hi))
+    if (unchanged())
+        return;
+    const unsigned char *now = reinterpret_cast<const unsigned char *>(&PLC_driver.localArea);
+    const unsigned char *old = reinterpret_cast<const unsigned char *>(&before_);
+    for (int t = 0; t < AreaTypeCount; ++t) {
+        const int off = blockOffset(t);
+        if (!allowed_[t] && std::memcmp(now + off, old + off, blockBytes(t)) != 0)
             fuzzFail(what, t);
+    }
 }
 
 QByteArray goodReply(const Protocol &p, const QByteArray &fill)
@@ -106,7 +120,7 @@ QByteArray goodReply(const Protocol &p, const QByteArray &fill)
         for (int i = 2; i < n - 2 && i < frameSize; ++i)
             out[i] = frame[i];
     }
-    const int crc = CalCRC(out, (unsigned short)(n - 2));
+    const int crc = crc16(out, n - 2);
     out[n - 2] = (unsigned char)(crc & 0xFF);
     out[n - 1] = (unsigned char)((crc >> 8) & 0xFF);
     return r;
@@ -123,6 +137,25 @@ void queueRequest(RW_VAR &v, unsigned how)
     }
 }
 
+unsigned short crc16(const unsigned char *data, int n)
+{
+    static unsigned short table[256];
+    static bool ready = false;
+    if (!ready) {
+        for (int i = 0; i < 256; ++i) {
+            unsigned short c = (unsigned short)i;
+            for (int b = 0; b < 8; ++b)
+                c = (c & 1) ? (unsigned short)((c >> 1) ^ 0xA001) : (unsigned short)(c >> 1);
+            table[i] = c;
+        }
+        ready = true;
+    }
+    unsigned short crc = 0xFFFF;
+    for (int i = 0; i < n; ++i)
+        crc = (unsigned short)((crc >> 8) ^ table[(crc ^ data[i]) & 0xFF]);
+    return crc;
+}
+
 void checkFrame(const Protocol *p)
 {
     if (!p)
@@ -132,14 +165,14 @@ void checkFrame(const Protocol *p)
     if (p->replyLength < -1 || p->replyLength > 2 * 65535 + 5)
         fuzzFail("expected reply length out of range", p->replyLength);
     if (p->var.remoteLink == 0 && PLC_driver.comInfo && PLC_driver.comInfo->remoteLink == 0) {
-        // A controller frame carries its CRC-16, low byte first.
-        QByteArray f = p->frame.left(p->sendLength);
-        if (f.size() < 4)
-            fuzzFail("controller frame too short", f.size());
-        const int crc =
-            CalCRC(reinterpret_cast<unsigned char *>(f.data()), (unsigned short)(f.size() - 2));
-        if ((unsigned char)f[f.size() - 2] != (crc & 0xFF) ||
-            (unsigned char)f[f.size() - 1] != ((crc >> 8) & 0xFF))
+        // A controller frame carries its CRC-16, low byte first, over all
+        // it holds while that fits the 16-bit length it is computed over.
+        const int n = p->sendLength;
+        const unsigned char *f = reinterpret_cast<const unsigned char *>(p->frame.constData());
+        if (n < 4)
+            fuzzFail("controller frame too short", n);
+        const int crc = crc16(f, (n - 2) & 0xFFFF);
+        if (f[n - 2] != (crc & 0xFF) || f[n - 1] != ((crc >> 8) & 0xFF))
             fuzzFail("controller frame with a bad CRC", crc);
     }
 }

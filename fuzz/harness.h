@@ -21,6 +21,8 @@ public:
     void snapshot();
     void allow(int areaType);
     void allowAll();
+    // True when no block changed since the snapshot (one comparison).
+    bool unchanged() const;
     // Fails when a block not allowed changed since the snapshot.
     void check(const char *what) const;
     // Byte range [lo, hi) of the block of `areaType` that changed; false
@@ -44,6 +46,10 @@ QByteArray goodReply(const Protocol &p, const QByteArray &fill);
 // Hands `v` to one of the queuing entry points, chosen by `how`: a write,
 // a one-off read or a cyclic read, de-duplicating or appending as given.
 void queueRequest(RW_VAR &v, unsigned how);
+
+// CRC-16/MODBUS by table, the harness's own (the driver's is checked
+// against it, and it costs the fuzzer no traced branches).
+unsigned short crc16(const unsigned char *data, int n);
 
 // Checks a frame handed out by ComCommunication before it goes on the wire.
 void checkFrame(const Protocol *p);

@@ -9,10 +9,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     FuzzInput in(data, size);
     ComInfo *info = resetDriver();
+    in.comInfo(*info);
+    SetComInfo(info);
     const uint8_t cfg = in.u8();
-    info->multiStation = (cfg & 1) ? 1 : 0;
-    info->remoteLink = (cfg & 2) ? 1 : 0;
-    info->defaultStation = (cfg & 4) ? 0 : 1;
     switch ((cfg >> 3) & 3) {
     case 0: info->blockUnits = in.u8() % 8; break;  // 0 included
     case 1: info->blockUnits = -int(in.u8()); break;
@@ -41,6 +40,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const int entries = PLC_driver.readList.size();
     if (entries > 200000)
         fuzzFail("read list exploded", entries);
+    AreaGuard one;
     for (int i = 0; i < entries && i < 256; ++i) {
         Protocol *p = ComCommunication();
         checkFrame(p);
@@ -48,7 +48,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
             break;
         const RW_VAR req = p->var;
         QByteArray reply = goodReply(*p, QByteArray("\xa5\x5a\x0f", 3));
-        AreaGuard one;
+        one.snapshot();
         one.allow(req.areaType);
         DataCom(&reply, reply.size());
         one.check("a cyclic read touched another area");
@@ -56,7 +56,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         // (bit requests: whole bytes from a multiple of 8; word requests:
         // registers).
         int lo, hi;
-        if (isArea(req.areaType) && one.changedRange(req.areaType, lo, hi)) {
+        if (isArea(req.areaType) && !one.unchanged() && one.changedRange(req.areaType, lo, hi)) {
             if (info->multiStation)
                 fuzzFail("per-station reply changed the shared mirror", req.areaType);
             const long long first = isBitArea(req.areaType) ? req.address / 8 : 2LL * req.address;
@@ -67,5 +67,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     }
     guard.check("the cyclic pass touched an area no variable named");
     checkStore();
+    resetDriver();  // nothing left over that looks like a leak
     return 0;
 }
