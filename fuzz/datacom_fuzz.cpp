@@ -9,6 +9,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
+    countExecution();
     FuzzInput in(data, size);
     Session s(in);
     const int requests = in.u8() % 8;

@@ -11,6 +11,10 @@
 // Stops the run with a message; libFuzzer then saves the input as a crash.
 [[noreturn]] void fuzzFail(const char *what, int detail = 0);
 
+// Counts one execution; about once a second the count goes to the file
+// named by RV_FUZZ_PROGRESS (scripts/fuzz shows it while a target runs).
+void countExecution();
+
 // The 26 blocks live side by side in one global object, so a write that
 // runs past one block lands in its neighbour with no redzone in between.
 // The guard remembers the whole area and, after an operation, names any

@@ -20,6 +20,7 @@ static void elementBytes(int areaType, int start, int count, int &lo, int &hi)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
+    countExecution();
     FuzzInput in(data, size);
     ComInfo *info = resetDriver();
     in.comInfo(*info);

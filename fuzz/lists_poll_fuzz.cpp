@@ -8,6 +8,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
+    countExecution();
     FuzzInput in(data, size);
     Session s(in);
     const int calls = in.u8() % 24;

@@ -7,6 +7,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
+    countExecution();
     FuzzInput in(data, size);
     ComInfo *info = resetDriver();
     in.comInfo(*info);
