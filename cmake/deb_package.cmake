@@ -1,6 +1,8 @@
-# Debian packages through CPack: the runtime package holds the library alone,
-# the tools package rvpoll and rvsim. Headers and pkg-config stay with
-# `cmake --install` (component "dev") and are not packaged.
+# Debian packages, made the way Debian's own tools make them (packaging/make-debs,
+# run by the "debs" target): libquorvel-rv-series1 holds the library under its
+# soname, libquorvel-rv-series-dev the headers, the unversioned link, the
+# pkg-config file and the example, quorvel-rv-tools rvpoll and rvsim. The
+# version is the project's: the changelog below carries it into every package.
 
 # Debian's name for the architecture: the host's natively, armhf for the
 # panel's cross build; RV_DEB_ARCH overrides both.
@@ -18,24 +20,29 @@ if(NOT RV_DEB_ARCH)
   endif()
 endif()
 
-set(RV_DEB_RUNTIME libquorvel-rv-series1)
+set(RV_DEB_RUNTIME libquorvel-rv-series${PROJECT_VERSION_MAJOR})
+set(RV_DEB_DEV libquorvel-rv-series-dev)
 set(RV_DEB_TOOLS quorvel-rv-tools)
-set(RV_DEB_RELEASE 1)
-set(RV_DEB_VERSION ${PROJECT_VERSION}-${RV_DEB_RELEASE})
-set(RV_DEB_MAINTAINER "Quorvel RV driver team <rv-driver@quorvel.invalid>")
 
-# Debian wants a copyright file and a compressed changelog in every package.
+# The packages' source tree as dpkg's tools expect it: debian/control,
+# debian/changelog and one folder per package, all inside the build.
+set(RV_DEB_WORK ${CMAKE_BINARY_DIR}/deb)
+configure_file(${CMAKE_CURRENT_SOURCE_DIR}/packaging/control.in ${RV_DEB_WORK}/debian/control @ONLY)
+configure_file(${CMAKE_CURRENT_SOURCE_DIR}/packaging/changelog.in ${RV_DEB_WORK}/debian/changelog @ONLY)
+configure_file(${CMAKE_CURRENT_SOURCE_DIR}/packaging/make-debs.conf.in ${RV_DEB_WORK}/make-debs.conf @ONLY)
+
+# Debian wants a copyright file and a compressed changelog in every package;
+# -n leaves name and time stamp out, so the file is the same on every
+# architecture, as Multi-Arch: same requires.
 set(RV_DEB_DOCS ${CMAKE_CURRENT_BINARY_DIR}/deb-docs)
 configure_file(${CMAKE_CURRENT_SOURCE_DIR}/packaging/changelog.in
   ${RV_DEB_DOCS}/changelog.Debian @ONLY)
-find_program(RV_GZIP gzip)
-if(RV_GZIP)
-  # -n: no name or time stamp, so the package is reproducible.
-  execute_process(COMMAND ${RV_GZIP} -9nf ${RV_DEB_DOCS}/changelog.Debian)
-endif()
-foreach(pkg runtime tools)
+execute_process(COMMAND ${RV_GZIP} -9nf ${RV_DEB_DOCS}/changelog.Debian)
+foreach(pkg runtime dev tools)
   if(pkg STREQUAL runtime)
     set(name ${RV_DEB_RUNTIME})
+  elseif(pkg STREQUAL dev)
+    set(name ${RV_DEB_DEV})
   else()
     set(name ${RV_DEB_TOOLS})
   endif()
@@ -44,65 +51,33 @@ foreach(pkg runtime tools)
     DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${name}
     PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ
     COMPONENT ${pkg})
+  # What lintian reports that does not apply here, with the reason.
+  file(READ ${CMAKE_CURRENT_SOURCE_DIR}/packaging/lintian-overrides overrides)
+  if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/packaging/lintian-overrides.${pkg})
+    file(READ ${CMAKE_CURRENT_SOURCE_DIR}/packaging/lintian-overrides.${pkg} extra)
+    string(APPEND overrides "${extra}")
+  endif()
+  file(WRITE ${RV_DEB_DOCS}/overrides/${name} "${overrides}")
+  install(FILES ${RV_DEB_DOCS}/overrides/${name}
+    DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides
+    PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ
+    COMPONENT ${pkg})
 endforeach()
 
-set(CPACK_GENERATOR DEB)
-set(CPACK_PACKAGE_NAME quorvel-rv-series)
-set(CPACK_PACKAGE_VENDOR "Quorvel RV driver team")
-set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
-set(CPACK_PACKAGE_CONTACT ${RV_DEB_MAINTAINER})
-set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
-set(CPACK_STRIP_FILES ON)
-set(CPACK_DEB_COMPONENT_INSTALL ON)
-if(RV_TOOL_TARGETS)
-  set(CPACK_COMPONENTS_ALL runtime tools)
-else()
-  set(CPACK_COMPONENTS_ALL runtime)
+# The example runtime and the headers it includes beside it, where Debian
+# keeps examples; docs/integration.md shows how to compile it from there.
+file(GLOB RV_EXAMPLE_FILES CONFIGURE_DEPENDS
+  ${CMAKE_CURRENT_SOURCE_DIR}/examples/*.cpp ${CMAKE_CURRENT_SOURCE_DIR}/examples/*.h)
+install(FILES ${RV_EXAMPLE_FILES}
+  DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${RV_DEB_DEV}/examples
+  PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ
+  COMPONENT dev)
+
+# cmake --build <dir> --target debs: the packages into <dir>/debs.
+add_custom_target(debs
+  COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/packaging/make-debs ${CMAKE_BINARY_DIR} ${CMAKE_BINARY_DIR}/debs
+  USES_TERMINAL VERBATIM)
+add_dependencies(debs Quorvel_RV_Series ${RV_TOOL_TARGETS})
+if(TARGET rv_man_pages)
+  add_dependencies(debs rv_man_pages)
 endif()
-
-set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_PACKAGE_RELEASE ${RV_DEB_RELEASE})
-set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE ${RV_DEB_ARCH})
-set(CPACK_DEBIAN_PACKAGE_MAINTAINER ${RV_DEB_MAINTAINER})
-set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
-set(CPACK_DEBIAN_PACKAGE_HOMEPAGE "https://quorvel.invalid/rv-driver")
-
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${RV_DEB_RUNTIME})
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
-# shlibs (and with it the ldconfig trigger) for the package with the soname.
-set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
-set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_SOURCE_DIR}/packaging/triggers)
-set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
-"Quorvel RV-series PLC driver for operator-panel runtimes
-A shared library that an operator-panel runtime loads to talk to Quorvel
-RV-series controllers over Modbus RTU. It keeps the cyclic read list, the
-write and one-off read queues, builds the request frames, checks the
-replies and mirrors the controller's element areas for the runtime.")
-
-set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME ${RV_DEB_TOOLS})
-set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION electronics)
-set(CPACK_COMPONENT_TOOLS_DESCRIPTION
-"poller and simulator for Quorvel RV-series controllers
-rvpoll drives the Quorvel RV-series driver the way an operator-panel
-runtime does and shows the polled values; rvsim plays one or several
-controllers on a pseudo-terminal or serial device, with injectable faults.")
-# rvpoll loads the library by its soname at run time, so the link cannot
-# reveal the dependency: name it.
-set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${RV_DEB_RUNTIME} (= ${RV_DEB_VERSION})")
-
-# dpkg-shlibdeps only knows the host's libraries, and needs dpkg-dev and
-# file; for a cross build, or without them, the dependencies are named by
-# hand (what the amd64 build derives).
-find_program(RV_SHLIBDEPS dpkg-shlibdeps)
-find_program(RV_FILE file)
-if(CMAKE_CROSSCOMPILING OR NOT RV_SHLIBDEPS OR NOT RV_FILE)
-  set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS
-    "libc6 (>= 2.34), libgcc-s1 (>= 3.5), libqt5core5a (>= 5.15.1), libstdc++6 (>= 11)")
-  set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS
-    "${CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS}, ${CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS}, libmodbus5 (>= 3.1.6), libserialport0")
-else()
-  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-endif()
-
-include(CPack)

@@ -1,9 +1,11 @@
 # Where everything goes when the driver is installed or packaged, the Debian
-# way: the library under the multiarch libdir, the runtime's header and a
-# pkg-config file for building against it, and the two tools when built.
+# way: the library under the multiarch libdir, the runtime's headers, a
+# pkg-config file and the example for building against it, and the two tools
+# with their manual pages when built.
 #
-# Components: "runtime" (the library and its soname link), "dev" (header,
-# the unversioned link, pkg-config) and "tools" (rvpoll, rvsim).
+# Components: "runtime" (the library and its soname link), "dev" (headers,
+# the unversioned link, pkg-config, the example) and "tools" (rvpoll, rvsim
+# and their manual pages).
 # Debian's own builds pass lib/<multiarch>; take the same default whatever
 # the prefix, so packages and `cmake --install` agree.
 if(NOT DEFINED CMAKE_INSTALL_LIBDIR AND CMAKE_LIBRARY_ARCHITECTURE)
@@ -15,7 +17,8 @@ include(GNUInstallDirs)
 # every test and benchmark of the tree.
 set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
 
-set(RV_INCLUDE_SUBDIR quorvel_rv)
+# Changelogs and manual pages are installed compressed.
+find_program(RV_GZIP gzip REQUIRED)
 
 # A shared library is not a program: 0644 keeps Debian's checks quiet.
 install(TARGETS Quorvel_RV_Series
@@ -25,13 +28,21 @@ install(TARGETS Quorvel_RV_Series
     NAMELINK_COMPONENT dev)
 
 # Only the records and the entry points a runtime calls; the driver object
-# and its helpers stay private to the library.
-install(FILES
-    ${CMAKE_CURRENT_SOURCE_DIR}/driver/quorvel_rv_series.h
-    ${CMAKE_CURRENT_SOURCE_DIR}/driver/records.h
-    ${CMAKE_CURRENT_SOURCE_DIR}/driver/export.h
-  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${RV_INCLUDE_SUBDIR}
-  COMPONENT dev)
+# and its helpers stay private to the library. They go into their own folder
+# so that a runtime names them <quorvel_rv/quorvel_rv_series.h> and the
+# generic names records.h and export.h stay off its include path. The build
+# tree gets the same layout, so the example compiles here exactly as it does
+# against the installed headers.
+set(RV_PUBLIC_HEADERS quorvel_rv_series.h records.h export.h)
+set(RV_STAGED_INCLUDE ${CMAKE_BINARY_DIR}/include)
+foreach(h ${RV_PUBLIC_HEADERS})
+  configure_file(${CMAKE_CURRENT_SOURCE_DIR}/driver/${h} ${RV_STAGED_INCLUDE}/quorvel_rv/${h} COPYONLY)
+  install(FILES ${CMAKE_CURRENT_SOURCE_DIR}/driver/${h}
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quorvel_rv COMPONENT dev)
+endforeach()
+if(TARGET minimal_runtime)
+  target_include_directories(minimal_runtime BEFORE PRIVATE ${RV_STAGED_INCLUDE})
+endif()
 
 # The prefix is found from the .pc file's own place, so an install moved
 # elsewhere (a panel image's staging root) still points at itself.
@@ -53,6 +64,7 @@ endforeach()
 if(RV_TOOL_TARGETS)
   install(TARGETS ${RV_TOOL_TARGETS}
     RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+  include(${CMAKE_CURRENT_LIST_DIR}/man_pages.cmake)
 endif()
 
 include(${CMAKE_CURRENT_LIST_DIR}/deb_package.cmake)

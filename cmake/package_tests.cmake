@@ -1,12 +1,18 @@
 # What the package and guide tests need to know about this build.
 
 # The package test makes packages from this build when scripts/package has
-# not handed it any, so the library and tools must be built before it runs.
+# not handed it any, so the library, the tools and their pages must be built
+# before it runs.
 if(TARGET package_install_test)
   add_dependencies(package_install_test Quorvel_RV_Series ${RV_TOOL_TARGETS})
+  if(TARGET rv_man_pages)
+    add_dependencies(package_install_test rv_man_pages)
+  endif()
   target_compile_definitions(package_install_test PRIVATE
-    RV_CPACK_CONFIG="${CMAKE_BINARY_DIR}/CPackConfig.cmake"
+    RV_MAKE_DEBS="${CMAKE_SOURCE_DIR}/packaging/make-debs '${CMAKE_BINARY_DIR}'"
+    RV_VERSION="${PROJECT_VERSION}"
     RV_PACKAGE_LIBDIR="usr/${CMAKE_INSTALL_LIBDIR}"
+    RV_INTEGRATION_DOC="${CMAKE_SOURCE_DIR}/docs/integration.md"
     $<$<BOOL:${CMAKE_CROSSCOMPILING}>:RV_CROSS_BUILD>)
   target_link_libraries(package_install_test PRIVATE ${CMAKE_DL_LIBS})
 endif()
@@ -20,6 +26,7 @@ if(TARGET integration_doc_test)
     RV_EXPORTS_MAP="${CMAKE_SOURCE_DIR}/driver/exports.map"
     RV_LIBRARY_FILE="$<TARGET_FILE:Quorvel_RV_Series>"
     RV_DEB_RUNTIME="${RV_DEB_RUNTIME}"
+    RV_DEB_DEV="${RV_DEB_DEV}"
     RV_DEB_TOOLS="${RV_DEB_TOOLS}")
   target_link_libraries(integration_doc_test PRIVATE ${CMAKE_DL_LIBS})
 endif()

@@ -13,7 +13,7 @@
 #include <cstdlib>
 #include <ctime>
 
-#include "quorvel_rv_series.h"
+#include <quorvel_rv/quorvel_rv_series.h>
 
 namespace {
 

@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Helpers shared by the project's scripts (test, demo, bench, fuzz, package).
 # Source it from bash:  . "$(dirname "$0")/lib.sh"
 #
@@ -6,14 +7,18 @@
 #   rv_build <dir> [cmake args]   configure <dir> (relative to the repository)
 #                                 and build it; RV_TARGETS limits the targets
 #   rv_armhf_sysroot <dir>        cross tools plus an armhf sysroot cached in <dir>
+#   rv_armhf_download <dir> <dest> pkg...  armhf packages into <dest>, through
+#                                 the private apt state of <dir>
 #   rv_sanitizer_env              runtime options for the sanitizer builds
 #
 # RV_JOBS (default 2) sets the build parallelism.
 
 RV_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 RV_JOBS=${RV_JOBS:-2}
+# dpkg-dev and help2man: the package install test makes packages with
+# manual pages from the native build.
 RV_BASE_PACKAGES=(cmake g++ make pkg-config qtbase5-dev libmodbus-dev libgtest-dev googletest
-                  libgmock-dev libbenchmark-dev libserialport-dev)
+                  libgmock-dev libbenchmark-dev libserialport-dev dpkg-dev help2man)
 
 rv_log()
 {
@@ -38,6 +43,47 @@ _rv_root()
     fi
 }
 
+# Runs apt-get with its output shown (on stderr) and kept in RV_APT_OUTPUT.
+# A dpkg lock held by another apt or dpkg is waited for
+# (DPkg::Lock::Timeout); apt-get's other locks (the lists, the download
+# cache) fail at once, so those are tried again for up to the same 300 s.
+_rv_apt()
+{
+    local - waited=0 rc line
+    set -o pipefail
+    while :; do
+        rc=0
+        # (Not tee /dev/stderr: reopening a redirected stderr writes over it.)
+        RV_APT_OUTPUT=$("$@" -o DPkg::Lock::Timeout=300 2>&1 |
+            while IFS= read -r line; do printf '%s\n' "$line" >&2; printf '%s\n' "$line"; done) || rc=$?
+        if [ $rc -eq 0 ] || [ $waited -ge 300 ] || ! grep -q 'Could not get lock' <<<"$RV_APT_OUTPUT"; then
+            break
+        fi
+        rv_log "another apt or dpkg holds a lock; waiting (${waited}s so far, at most 300s)"
+        sleep 10
+        waited=$((waited + 10))
+    done
+    return $rc
+}
+
+# apt-get update for the given apt-get command (and options). An index that
+# a mirror could not serve ("Mirror sync in progress", "Hash Sum mismatch")
+# makes apt print E: lines and fail, yet it keeps every list it did get, and
+# those are enough to install from: say so plainly instead of leaving the
+# E: lines to read as a failure. A real failure shows when the install or
+# download that follows cannot find its packages.
+_rv_apt_update_with()
+{
+    local unfetched
+    _rv_apt "$@" -q update && return 0
+    unfetched=$(grep -c '^[EW]: Failed to fetch' <<<"$RV_APT_OUTPUT")
+    if [ "$unfetched" -gt 0 ] && ! grep -q 'Could not get lock' <<<"$RV_APT_OUTPUT"; then
+        rv_log "note: the E: lines above are harmless: a mirror was being updated, so apt kept its earlier lists for $unfetched index(es); going on with them"
+    else
+        rv_log "apt-get update failed (see above); going on with the lists there are"
+    fi
+}
+
 # apt-get update at most once per hour across all scripts of one run. Every
 # update touches lists/partial, while the lists themselves keep the server's
 # dates; a machine without any lists always updates.
@@ -49,8 +95,7 @@ _rv_apt_update()
         return 0
     fi
     rv_log "apt-get update"
-    # A mirror caught mid-sync fails one index; the others still serve.
-    _rv_root apt-get update -q || rv_log "apt-get update reported errors; going on with the lists it got"
+    _rv_apt_update_with _rv_root apt-get
 }
 
 rv_require_packages()
@@ -71,7 +116,7 @@ rv_require_packages()
 
 _rv_apt_install()
 {
-    _rv_root env DEBIAN_FRONTEND=noninteractive \
+    _rv_apt _rv_root env DEBIAN_FRONTEND=noninteractive \
         apt-get install -y -q --no-install-recommends "$@"
 }
 
@@ -111,48 +156,72 @@ RV_ARMHF_DEBS=(libqt5core5a qtbase5-dev qt5-qmake qtbase5-dev-tools libpcre2-16-
                libdouble-conversion3 libicu72 zlib1g libzstd1 libglib2.0-0 libpcre2-8-0
                libmodbus5 libmodbus-dev)
 
-# Prepares <dir>/armhf-sysroot from a private apt state in <dir>/armhf-apt, so
-# the host's dpkg never learns of a second architecture. The sysroot is
-# reused while the package list above is unchanged. Sets RV_ARMHF_SYSROOT.
+# apt-get on a private state in <dir>/armhf-apt that knows armhf alone, so
+# the host's dpkg never learns of a second architecture.
+_rv_armhf_apt_get()
+{
+    local a=$1
+    shift
+    mkdir -p "$a/lists/partial" "$a/cache/archives/partial" || return
+    touch "$a/status"
+    apt-get -o APT::Architecture=armhf -o APT::Architectures::=armhf \
+        -o "Dir::State::Lists=$a/lists" -o "Dir::Cache=$a/cache" \
+        -o "Dir::State::status=$a/status" -o APT::Sandbox::User=root "$@"
+}
+
+# Downloads armhf packages into <dest> (emptied first) through the private
+# state of build folder <dir>, whose lists are refreshed when an hour old.
+rv_armhf_download()
+{
+    local a dest=$2
+    a=$(rv_build_dir "$1")/armhf-apt
+    shift 2
+    if [ -z "$(find "$a/lists" -maxdepth 1 -name '*_Packages*' -mmin -60 2>/dev/null | head -n 1)" ]; then
+        rv_log "armhf package lists (private to $a)"
+        _rv_apt_update_with _rv_armhf_apt_get "$a"
+    fi
+    rv_log "downloading $# armhf packages: $*"
+    rm -rf "$dest" && mkdir -p "$dest" || return
+    (cd "$dest" && _rv_apt _rv_armhf_apt_get "$a" -q download "$@" >/dev/null) ||
+        rv_die "could not download the armhf packages"
+}
+
+# Prepares <dir>/armhf-sysroot from the packages above, unpacked with dpkg -x.
+# The sysroot is reused while the package list is unchanged. Sets
+# RV_ARMHF_SYSROOT.
 rv_armhf_sysroot()
 {
-    local dir a sysroot stamp want f
+    local dir sysroot stamp want f n=0 debs
     dir=$(rv_build_dir "$1")
     rv_require_packages crossbuild-essential-armhf qemu-user binutils-arm-linux-gnueabihf
-    a=$dir/armhf-apt
     sysroot=$dir/armhf-sysroot
     stamp=$sysroot/.rv-packages
     want="${RV_ARMHF_DEBS[*]}"
     RV_ARMHF_SYSROOT=$sysroot
     export RV_ARMHF_SYSROOT
     if [ -f "$stamp" ] && [ "$(cat "$stamp")" = "$want" ]; then
+        rv_log "armhf sysroot $sysroot is up to date"
         return 0
     fi
     rv_log "preparing the armhf sysroot in $sysroot"
-    mkdir -p "$a/lists/partial" "$a/cache/archives/partial" "$a/debs" || return
-    touch "$a/status"
-    local o=(-o APT::Architecture=armhf -o APT::Architectures::=armhf
-             -o "Dir::State::Lists=$a/lists" -o "Dir::Cache=$a/cache"
-             -o "Dir::State::status=$a/status" -o APT::Sandbox::User=root)
-    # An index that is out of step with the host's security updates only
-    # warns; the main index is enough to download from.
-    apt-get "${o[@]}" -q update || true
-    rm -f "$a"/debs/*.deb
-    (cd "$a/debs" && apt-get "${o[@]}" -q download "${RV_ARMHF_DEBS[@]}") ||
-        rv_die "could not download the armhf packages"
+    rv_armhf_download "$dir" "$dir/armhf-apt/debs" "${RV_ARMHF_DEBS[@]}"
     rm -rf "$sysroot"
     mkdir -p "$sysroot"
-    for f in "$a"/debs/*.deb; do
+    debs=("$dir"/armhf-apt/debs/*.deb)
+    for f in "${debs[@]}"; do
+        n=$((n + 1))
+        printf '  unpacking (%d/%d) %s\n' "$n" "${#debs[@]}" "$(basename "$f")" >&2
         dpkg -x "$f" "$sysroot" || rv_die "could not unpack $f"
     done
     printf '%s\n' "$want" >"$stamp"
+    rv_log "armhf sysroot ready"
 }
 
 # Sanitizer runtime options: stop at the first report. Leak checks need no
 # suppressions; TSan's file covers only what uninstrumented QtCore hides.
 rv_sanitizer_env()
 {
-    local supp=$RV_ROOT/scripts/sanitizers
+    local supp=$RV_ROOT/tests/sanitizers
     export ASAN_OPTIONS=${ASAN_OPTIONS:-halt_on_error=1:abort_on_error=0:detect_leaks=1:strict_string_checks=1:detect_stack_use_after_return=1}
     export UBSAN_OPTIONS=${UBSAN_OPTIONS:-halt_on_error=1:print_stacktrace=1}
     export TSAN_OPTIONS=${TSAN_OPTIONS:-halt_on_error=1:second_deadlock_stack=1:suppressions=$supp/tsan.supp}

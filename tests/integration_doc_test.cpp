@@ -158,7 +158,7 @@ TEST(IntegrationDoc, PackageTableNamesThePackagesTheBuildMakes)
     std::set<std::string> names;
     for (const Row &row : tableRows("What to install", {"Package"}))
         names.insert(row[0]);
-    EXPECT_EQ(names, (std::set<std::string>{RV_DEB_RUNTIME, RV_DEB_TOOLS}));
+    EXPECT_EQ(names, (std::set<std::string>{RV_DEB_RUNTIME, RV_DEB_DEV, RV_DEB_TOOLS}));
 }
 
 }  // namespace

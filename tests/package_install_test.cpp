@@ -1,12 +1,16 @@
-// The Debian packages as a panel image maker gets them: unpacked into a
-// scratch root with dpkg -x, the library loaded from there with dlopen the
-// way a runtime loads it. Packages come from RV_PACKAGE_DIR (scripts/package)
-// or, when it is not set, are made here from this build with cpack.
+// The Debian packages as a panel image maker and a runtime's developer get
+// them: each package's files and control fields, then all of them unpacked
+// into a scratch root with dpkg -x, the library loaded from there with dlopen
+// the way a runtime loads it, and the example compiled from the -dev files
+// with the command docs/integration.md gives. Packages come from
+// RV_PACKAGE_DIR (scripts/package) or, when it is not set, are made here from
+// this build with packaging/make-debs.
 #include <dlfcn.h>
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <vector>
 
 #include "driver/records.h"
 #include "support/run_command.h"
@@ -21,13 +25,6 @@ std::string run(const std::string &cmd)
     return out;
 }
 
-// Every file under `root` as "mode path", links with " -> target", sorted.
-std::string files(const std::string &root)
-{
-    return run("cd '" + root + "' && find . ! -type d -printf '%M %p -> %l\\n' | " +
-               "sed 's/ -> $//' | LC_ALL=C sort -k2");
-}
-
 struct Scratch {
     std::string path;
     Scratch()
@@ -40,7 +37,7 @@ struct Scratch {
 
 }  // namespace
 
-TEST(PackageInstall, PackagesUnpackLoadAndHoldExactlyTheirFiles)
+TEST(PackageInstall, PackagesHoldTheirFilesLoadAndBuildTheExample)
 {
 #ifdef RV_CROSS_BUILD
     GTEST_SKIP() << "the cross build's packages are checked by scripts/package";
@@ -50,30 +47,68 @@ TEST(PackageInstall, PackagesUnpackLoadAndHoldExactlyTheirFiles)
     const char *given = std::getenv("RV_PACKAGE_DIR");
     const std::string dir = given ? given : scratch.path + "/debs";
     if (!given)
-        run("cpack -G DEB --config '" RV_CPACK_CONFIG "' -B '" + dir + "' >/dev/null 2>&1");
+        run(RV_MAKE_DEBS " '" + dir + "' >/dev/null 2>&1");
     const std::string arch = run("dpkg --print-architecture"), root = scratch.path + "/root";
-    const std::string runtimeDeb = run("ls " + dir + "/libquorvel-rv-series1_*_" + arch + ".deb");
-    const std::string toolsDeb = run("ls " + dir + "/quorvel-rv-tools_*_" + arch + ".deb 2>&-");
-    ASSERT_FALSE(runtimeDeb.empty()) << "no runtime package in " << dir;
-    ASSERT_EQ(run("dpkg -x '" + runtimeDeb + "' '" + root + "'; echo $?"), "0");
+    const std::string version = std::string(RV_VERSION) + "-1";
+    const std::string lib = "./" RV_PACKAGE_LIBDIR "/libQuorvel_RV_Series.so";
+    auto docs = [](const std::string &pkg) {
+        return "-rw-r--r-- ./usr/share/doc/" + pkg + "/changelog.Debian.gz\n-rw-r--r-- ./usr/share/doc/" +
+               pkg + "/copyright\n";
+    };
+    auto overrides = [](const std::string &pkg) {
+        return "-rw-r--r-- ./usr/share/lintian/overrides/" + pkg;
+    };
+    struct Package {
+        std::string name, multiArch, files;
+    };
+    // The example's files are left to the compile below, which needs them all.
+    const std::vector<Package> packages = {
+        {"libquorvel-rv-series1", "same",
+         "lrwxrwxrwx " + lib + ".1 -> libQuorvel_RV_Series.so." RV_VERSION "\n-rw-r--r-- " + lib +
+             "." RV_VERSION "\n" + docs("libquorvel-rv-series1") +
+             overrides("libquorvel-rv-series1")},
+        {"libquorvel-rv-series-dev", "same",
+         "-rw-r--r-- ./usr/include/quorvel_rv/export.h\n"
+         "-rw-r--r-- ./usr/include/quorvel_rv/quorvel_rv_series.h\n"
+         "-rw-r--r-- ./usr/include/quorvel_rv/records.h\n"
+         "lrwxrwxrwx " + lib + " -> libQuorvel_RV_Series.so.1\n"
+         "-rw-r--r-- ./" RV_PACKAGE_LIBDIR "/pkgconfig/quorvel-rv-series.pc\n" +
+             docs("libquorvel-rv-series-dev") + overrides("libquorvel-rv-series-dev")},
+        {"quorvel-rv-tools", "foreign",
+         "-rwxr-xr-x ./usr/bin/rvpoll\n-rwxr-xr-x ./usr/bin/rvsim\n" + docs("quorvel-rv-tools") +
+             overrides("quorvel-rv-tools") +
+             "\n-rw-r--r-- ./usr/share/man/man1/rvpoll.1.gz\n"
+             "-rw-r--r-- ./usr/share/man/man1/rvsim.1.gz"},
+    };
+    for (const Package &p : packages) {
+        const std::string deb = dir + "/" + p.name + "_" + version + "_" + arch + ".deb";
+        // A build without the tools makes no tools package.
+        if (p.name == "quorvel-rv-tools" && run("test -f '" + deb + "'; echo $?") != "0")
+            continue;
+        EXPECT_EQ(run("dpkg-deb -c '" + deb + "' | awk '$1 !~ /^d/ && $6 !~ /examples/ " +
+                      "{ print $1, $6, $7, $8 }' | sed 's/ *$//' | LC_ALL=C sort -k2"),
+                  p.files);
+        EXPECT_EQ(run("dpkg-deb -f '" + deb + "' Multi-Arch"), p.multiArch) << p.name;
+        const std::string depends = run("dpkg-deb -f '" + deb + "' Depends");
+        const bool isLibrary = p.name == "libquorvel-rv-series1";
+        EXPECT_NE(depends.find(isLibrary ? "libqt5core5a (>= "
+                                         : "libquorvel-rv-series1 (= " + version + ")"),
+                  std::string::npos)
+            << p.name << ": " << depends;
+        ASSERT_EQ(run("dpkg -x '" + deb + "' '" + root + "'; echo $?"), "0");
+    }
 
-    // The library under its soname and Debian's two documents; headers and
-    // the unversioned link are for building, not for panels.
-    const std::string lib = "./" RV_PACKAGE_LIBDIR "/libQuorvel_RV_Series.so.1";
-    const std::string doc = "-rw-r--r-- ./usr/share/doc/libquorvel-rv-series1/";
-    EXPECT_EQ(files(root), "lrwxrwxrwx " + lib + " -> libQuorvel_RV_Series.so.1.0.0\n" +
-                               "-rw-r--r-- " + lib + ".0.0\n" + doc + "changelog.Debian.gz\n" +
-                               doc + "copyright");
-    const std::string version = run("dpkg-deb -f '" + runtimeDeb + "' Version");
-    EXPECT_NE(run("dpkg-deb -f '" + runtimeDeb + "' Depends").find("libqt5core5a"),
-              std::string::npos);
+    // dpkg-shlibdeps takes the library's dependencies from these two files.
+    const std::string runtimeDeb = dir + "/libquorvel-rv-series1_" + version + "_" + arch + ".deb";
     run("dpkg-deb -e '" + runtimeDeb + "' '" + scratch.path + "/ctl'");
-    EXPECT_EQ(run("cut -d' ' -f1-3 '" + scratch.path + "/ctl/shlibs'"),
-              "libQuorvel_RV_Series 1 libquorvel-rv-series1");
+    EXPECT_EQ(run("cat '" + scratch.path + "/ctl/shlibs'"),
+              "libQuorvel_RV_Series 1 libquorvel-rv-series1 (>= " RV_VERSION ")");
+    EXPECT_EQ(run("head -n 1 '" + scratch.path + "/ctl/symbols'"),
+              "libQuorvel_RV_Series.so.1 libquorvel-rv-series1 #MINVER#");
 
-    // The soname is checked by the shlibs line above (made from it), the
-    // exported set on the built library by exports_test.
-    void *h = dlopen((root + "/" + lib).c_str(), RTLD_NOW | RTLD_LOCAL);
+    // The exported set itself is checked on the built library by exports_test
+    // and against packaging/ by make-debs.
+    void *h = dlopen((root + "/" + lib + ".1").c_str(), RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(h, nullptr) << dlerror();
     void *change = dlsym(h, "PLCAddressChangeIntef");
     Dl_info info;
@@ -83,15 +118,13 @@ TEST(PackageInstall, PackagesUnpackLoadAndHoldExactlyTheirFiles)
     EXPECT_EQ(reinterpret_cast<int (*)(int, QString)>(change)(0, "17"), 15);  // X is octal
     dlclose(h);
 
-    // A build without the tools makes the runtime package only.
-    if (toolsDeb.empty())
-        return;
-    const std::string tools = scratch.path + "/tools";
-    ASSERT_EQ(run("dpkg -x '" + toolsDeb + "' '" + tools + "'; echo $?"), "0");
-    const std::string toolsDoc = "-rw-r--r-- ./usr/share/doc/quorvel-rv-tools/";
-    EXPECT_EQ(files(tools), "-rwxr-xr-x ./usr/bin/rvpoll\n-rwxr-xr-x ./usr/bin/rvsim\n" + toolsDoc +
-                                "changelog.Debian.gz\n" + toolsDoc + "copyright");
-    EXPECT_NE(run("dpkg-deb -f '" + toolsDeb + "' Depends")
-                  .find("libquorvel-rv-series1 (= " + version + ")"),
-              std::string::npos);
+    // The guide's compile command, run where the -dev package puts the
+    // example, with pkg-config reading the unpacked .pc file.
+    const std::string compile = run("grep -m 1 '^g++ ' '" RV_INTEGRATION_DOC "'");
+    ASSERT_NE(compile, "");
+    const std::string pc = "export PKG_CONFIG_PATH='" + root + "/" RV_PACKAGE_LIBDIR "/pkgconfig'; ";
+    EXPECT_EQ(run(pc + "pkg-config --modversion quorvel-rv-series"), RV_VERSION);
+    EXPECT_EQ(run(pc + "cd '" + root + "/usr/share/doc/libquorvel-rv-series-dev/examples' && " +
+                  compile + " 2>&1 && test -x minimal_runtime; echo $?"),
+              "0");
 }
