@@ -15,7 +15,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const int requests = in.u8() % 8;
     for (int i = 0; i < requests; ++i)
         s.queueRequest(in.u8());
-    for (int step = 0; step < 128 && !in.empty(); ++step) {
+    for (int step = 0; step < 96 && !in.empty(); ++step) {
         const uint8_t op = in.u8();
         if (op < 200)
             s.exchange(op);
@@ -23,10 +23,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
             s.queueRequest(in.u8());
         else if (op < 245)
             s.rewriteWord();
-        else if (op < 255)
-            s.hostAccess(op & 1);
         else
-            s.fillWrites(1000 + in.u8() % 64);
+            s.hostAccess(op & 1);
     }
     s.drain();
     s.finish();

@@ -53,6 +53,11 @@ void AreaGuard::snapshot()
 {
     if (!unchanged())
         std::memcpy(&before_, &PLC_driver.localArea, sizeof before_);
+    allowNone();
+}
+
+void AreaGuard::allowNone()
+{
     for (int t = 0; t < AreaTypeCount; ++t)
         allowed_[t] = false;
 }

@@ -24,6 +24,8 @@ public:
     AreaGuard();
     void snapshot();
     void allow(int areaType);
+    // Forgets what was allowed, keeping the snapshot.
+    void allowNone();
     void allowAll();
     // True when no block changed since the snapshot (one comparison).
     bool unchanged() const;

@@ -78,7 +78,8 @@ RW_VAR Session::requestFromInput()
 void Session::readWriteList(std::vector<Entry> &out)
 {
     QList<RW_VAR> &list = PLC_driver.writeList;
-    out.resize(list.size());
+    out.clear();
+    out.reserve(list.size());
     for (int i = 0; i < list.size(); ++i) {
         const RW_VAR &v = list.at(i);
         int tag = v.spare2;
@@ -87,12 +88,8 @@ void Session::readWriteList(std::vector<Entry> &out)
             tag = nextTag_++;
             list[i].spare2 = tag;
         }
-        Entry &e = out[i];
-        e.tag = tag;
-        e.station = v.station;
-        e.areaType = v.areaType;
-        e.address = v.address;
-        e.count = v.count;
+        const Entry e = {tag, v.station, v.areaType, v.address, v.count};
+        out.push_back(e);
     }
     if (int(landed_.size()) < nextTag_)
         landed_.resize(nextTag_ + 64, 0);
@@ -118,11 +115,11 @@ void Session::verifyWrites(const char *what)
             fuzzFail(what, i);
 }
 
-void Session::checkQueued(const char *what, int firstNew, const RW_VAR *offered, int mode)
+void Session::checkQueued(const char *what, int firstNew)
 {
-    const Ledger old = writes_;
-    std::vector<Entry> now;
+    std::vector<Entry> &now = scratch_;
     readWriteList(now);
+    const Ledger &old = writes_;
     if (now.size() < old.size())
         fuzzFail(what, 1);  // queuing removed a write
     for (size_t i = 0; i < old.size(); ++i) {
@@ -138,26 +135,47 @@ void Session::checkQueued(const char *what, int firstNew, const RW_VAR *offered,
     for (size_t i = old.size(); i < now.size(); ++i)
         if (now[i].tag < firstNew)
             fuzzFail(what, 3);
-    if (offered) {
-        bool present = false, appended = false, pendingEqual = false;
-        for (size_t i = 0; i < now.size(); ++i)
-            if (now[i].tag == offered->spare2) {
-                present = true;
-                appended = i >= old.size();
-            }
-        for (size_t i = 1; i < old.size() && mode != 1; ++i) {
-            const Entry &o = old[i];
-            pendingEqual = pendingEqual || (o.station == offered->station &&
-                                            o.areaType == offered->areaType &&
-                                            o.address == offered->address && o.count == offered->count);
-        }
-        // Dropped only by the full-list rule of the de-duplicating path.
-        if (!present && (mode == 1 || old.size() < size_t(QueueLimit) || pendingEqual))
-            fuzzFail("a write was lost on queuing", int(old.size()));
-        if (appended && pendingEqual && old.size() >= 2)
-            fuzzFail("a repeated write was queued twice", int(old.size()));
-    }
     writes_.assign(now);
+}
+
+void Session::checkOffered(const RW_VAR &v, int mode)
+{
+    const QList<RW_VAR> &list = PLC_driver.writeList;
+    const size_t before = writes_.size();
+    bool pendingEqual = false;  // a pending write to the same place, past the head
+    for (size_t i = 1; i < before && mode != 1; ++i) {
+        const Entry &o = writes_[i];
+        pendingEqual = pendingEqual || (o.station == v.station && o.areaType == v.areaType &&
+                                        o.address == v.address && o.count == v.count);
+    }
+    const Entry e = {v.spare2, v.station, v.areaType, v.address, v.count};
+    if (size_t(list.size()) == before + 1) {
+        if (list.last().spare2 != v.spare2)
+            fuzzFail("queuing changed a pending write", list.size());
+        if (pendingEqual && before >= 2)
+            fuzzFail("a repeated write was queued twice", int(before));
+        writes_.items.push_back(e);
+    } else if (size_t(list.size()) == before) {
+        int at = -1;
+        for (int i = 0; i < list.size() && at < 0; ++i)
+            if (list.at(i).spare2 == v.spare2)
+                at = i;
+        if (at >= 0) {
+            const Entry &o = writes_[at];
+            if (at == 0 || mode == 1 || o.station != v.station || o.areaType != v.areaType ||
+                o.address != v.address || o.count != v.count)
+                fuzzFail("a write replaced a pending one it does not equal", at);
+            writes_.at(at) = e;
+        } else if (mode == 1 || before < size_t(QueueLimit) || pendingEqual) {
+            // Dropped only by the full-list rule of the de-duplicating path.
+            fuzzFail("a write was lost on queuing", int(before));
+        }
+    } else {
+        fuzzFail("queuing changed the write queue's length by more than one", list.size());
+    }
+    if (int(landed_.size()) < nextTag_)
+        landed_.resize(nextTag_ + 64, 0);
+    verifyWrites("queuing changed pending writes");
 }
 
 void Session::checkMirror(int areaType, long long loByte, long long hiByte, const char *what)
@@ -196,7 +214,7 @@ void Session::queueRequest(unsigned how)
     }
     if (write) {
         AddListWriteVar(&v, mode);
-        checkQueued("queuing broke the write ledger", v.spare2, &v, mode);
+        checkOffered(v, mode);
     } else {
         ::queueRequest(v, how);
     }
@@ -216,11 +234,11 @@ void Session::fillWrites(int n)
         v.spare2 = nextTag_++;
         AddListWriteVar(&v, 1);
     }
-    checkQueued("appending broke the write ledger", firstNew, nullptr, 1);
+    checkQueued("appending broke the write ledger", firstNew);
     v.address = int(unsigned(v.address) + 1u);  // most often a place no pending write has
     v.spare2 = nextTag_++;
     AddListWriteVar(&v, 0);
-    checkQueued("queuing past the limit broke the write ledger", v.spare2, &v, 0);
+    checkOffered(v, 0);
 }
 
 void Session::hostAccess(bool write)
@@ -252,7 +270,7 @@ void Session::hostAccess(bool write)
     QByteArray value = in.bytes(80);
     const int firstNew = nextTag_;
     SetRegisterData(name, areaType, text, station, &value, count, int(in.u8()) - 1, in.u8());
-    checkQueued("SetRegisterData broke the write ledger", firstNew, nullptr, 0);
+    checkQueued("SetRegisterData broke the write ledger", firstNew);
     long long lo = 0, hi = 0;
     if (!info_->multiStation)
         elementBytes(areaType, StringAddressToInt(areaType, text), count, lo, hi);

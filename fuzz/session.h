@@ -67,6 +67,7 @@ private:
         size_t size() const { return items.size() - head; }
         bool empty() const { return size() == 0; }
         const Entry &operator[](size_t i) const { return items[head + i]; }
+        Entry &at(size_t i) { return items[head + i]; }
         const Entry &front() const { return items[head]; }
         void pop_front() { ++head; }
         void assign(std::vector<Entry> &from)
@@ -77,7 +78,12 @@ private:
     };
     void readWriteList(std::vector<Entry> &out);
     void verifyWrites(const char *what);
-    void checkQueued(const char *what, int firstNew, const RW_VAR *offered, int mode);
+    // After calls that queued untagged writes (SetRegisterData) or many at
+    // once: the whole queue against the ledger.
+    void checkQueued(const char *what, int firstNew);
+    // After one AddListWriteVar call with `offered`: appended, replaced a
+    // pending equal write, or dropped by the full-list rule.
+    void checkOffered(const RW_VAR &offered, int mode);
     void checkAfterReply(int code, int kind, bool finished, bool trusted);
     void checkMirror(int areaType, long long loByte, long long hiByte, const char *what);
     RW_VAR requestFromInput();
@@ -87,6 +93,7 @@ private:
     AreaGuard guard_;
     Ledger writes_;               // writeList as of the last check
     std::vector<char> landed_;    // by tag: the controller carried it out
+    std::vector<Entry> scratch_;
     int nextTag_;
     bool frameRemote_;
     bool bigWrite_;               // one write of this input may be huge
