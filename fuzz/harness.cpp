@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <string>
 
 
 void fuzzFail(const char *what, int detail)
@@ -22,9 +23,12 @@ void countExecution()
     if (now == last)
         return;
     last = now;
-    if (FILE *f = std::fopen(path, "w")) {
+    // Written aside and renamed, so that a reader never sees it half done.
+    static const std::string aside = std::string(path) + ".new";
+    if (FILE *f = std::fopen(aside.c_str(), "w")) {
         std::fprintf(f, "%lld\n", runs);
         std::fclose(f);
+        std::rename(aside.c_str(), path);
     }
 }
 

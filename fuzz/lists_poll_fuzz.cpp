@@ -24,7 +24,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
             s.fillWrites(1000 + in.u8() % 64);
     }
     // Clean turns, lost requests and lost replies only.
-    for (int round = 0; round < 96 && !in.empty(); ++round) {
+    for (int round = 0; round < 64 && !in.empty(); ++round) {
         const uint8_t op = in.u8();
         s.exchange(op % 5);
         if (op >= 250)

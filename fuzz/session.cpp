@@ -304,12 +304,13 @@ bool Session::exchange(uint8_t fault)
             fuzzFail("a write frame not built from the head of the queue");
     }
     checkFrame(p);
-    {
+    if (p && fresh && d.currentKind == KindWrite) {
+        // Applied to the mirror as the frame is built. (Without a write
+        // frame nothing may change: the check after the reply sees that.)
         long long lo = 0, hi = 0;
-        const int type = p && fresh && d.currentKind == KindWrite ? p->var.areaType : -1;
-        if (type >= 0 && !info_->multiStation)
-            elementBytes(type, p->var.address, p->var.count, lo, hi);
-        checkMirror(type, lo, hi, "a write frame changed the mirror outside its range");
+        if (!info_->multiStation)
+            elementBytes(p->var.areaType, p->var.address, p->var.count, lo, hi);
+        checkMirror(p->var.areaType, lo, hi, "a write frame changed the mirror outside its range");
     }
 
     std::vector<QByteArray> arriving;
