@@ -1,5 +1,7 @@
 #include "checksum.h"
 
+#include "wrapping.h"
+
 int CalCRC(unsigned char *data, unsigned short count)
 {
     // CRC-16 of Modbus RTU, bit by bit: frames are short, and a table would
@@ -45,7 +47,7 @@ int CalXOR(unsigned char *data, unsigned short count)
 
 int DigitalToASCII(int value)
 {
-    return value <= 9 ? value + 48 : value + 55;
+    return wrappingAdd(value, value <= 9 ? 48 : 55);
 }
 
 int ASCIIToDigital(int character)

@@ -1,8 +1,11 @@
 // Handling of the reply to the frame in flight: checks, storing, retries,
 // finishing the request, call-backs and the return code.
+#include <climits>
+
 #include "checksum.h"
 #include "driver_object.h"
 #include "locks.h"
+#include "wrapping.h"
 #include "../localarea/store.h"
 
 namespace {
@@ -114,7 +117,7 @@ int SwitchErrorReturn(int base)
 {
     const Protocol *head = headFrame();
     const int ownerType = head ? head->var.ownerType : -1;
-    return (ownerType >= 0 && ownerType <= 11) ? base + 1 + ownerType : base + 1;
+    return wrappingAdd(base, (ownerType >= 0 && ownerType <= 11) ? 1 + ownerType : 1);
 }
 
 int CheckGetData(QByteArray *reply, int length)
@@ -124,11 +127,12 @@ int CheckGetData(QByteArray *reply, int length)
         return ReplyBad;
     if (length == 0 && head->var.station == 0)
         return ReplyNoData;  // broadcast: nothing to check
-    // The CRC needs two bytes, every byte it covers must have arrived, and
-    // it can only cover what a 16-bit count reaches.
-    if (!reply || length < 2 || length > reply->size() || length - 2 > 0xFFFF)
+    // The CRC needs two bytes and every byte it covers must have arrived.
+    if (!reply || length < 2 || length > reply->size())
         return ReplyBad;
     const unsigned char *bytes = reinterpret_cast<const unsigned char *>(reply->constData());
+    // Its count is 16 bits: a longer reply is checked over the low 16 bits
+    // of its length, and the CRC is still looked for in its last two bytes.
     const int crc = CalCRC(const_cast<unsigned char *>(bytes), static_cast<unsigned short>(length - 2));
     // The low order byte of the CRC comes first on the wire.
     if (bytes[length - 2] != (crc & 0xFF) || bytes[length - 1] != ((crc >> 8) & 0xFF))
@@ -168,6 +172,8 @@ extern "C" RW_VAR *DataCom(QByteArray *reply, int length)
     // rebuild the cyclic list and reset the scan counters under it.
     lockMutex(d.listMutex);
     d.result.result = 1;
+    if (!reply)
+        length = 0;  // a missing reply is no reply
     ComInfo *info = d.comInfo;
     if (d.sendQueue.isEmpty() || !info) {
         unlockMutex(d.listMutex);
@@ -180,8 +186,11 @@ extern "C" RW_VAR *DataCom(QByteArray *reply, int length)
         d.scanCounter = 0;
         setCommError(true);
         info->scanComplete = 0;
-        ++info->retryCount;
-        if (info->retryCount <= info->retryLimit) {
+        // Counted wide: at the top of the int range a failure is past any
+        // limit and gives up, instead of wrapping round to retry for ever.
+        const long long failures = info->retryCount + 1LL;
+        if (failures <= info->retryLimit) {
+            info->retryCount = int(failures);
             d.result.result = 0;  // the same frame goes out again
             unlockMutex(d.listMutex);
             return &d.result;
@@ -191,7 +200,10 @@ extern "C" RW_VAR *DataCom(QByteArray *reply, int length)
     } else {
         setCommError(false);
         d.sendQueue.removeFirst();
-        ++info->framesDone;
+        // Held at the top of the int range: every frame after it finishes
+        // the request, which a wrap to the bottom would never do.
+        if (info->framesDone < INT_MAX)
+            ++info->framesDone;
         if (info->framesDone < info->framesPerRequest) {
             d.result.result = code;  // the request needs further frames
             unlockMutex(d.listMutex);

@@ -2,6 +2,7 @@
 
 #include "../driver/checksum.h"
 #include "../driver/driver_object.h"
+#include "../driver/wrapping.h"
 
 void appendCrc(QByteArray &frame)
 {
@@ -25,10 +26,13 @@ unsigned char valueByte(const RW_VAR &var, int index)
 
 int readDataBytes(bool bitArea, int count)
 {
-    const long long quantity = bitArea ? 8LL * count : count;
-    if (count < 0 || quantity > MaxFrameQuantity)
-        return -1;
-    return bitArea ? count : 2 * count;
+    return bitArea ? count : wrappingTimes(2, count);
+}
+
+void queueReadFrame(const RW_VAR &var, const QByteArray &frame, bool bitArea)
+{
+    const int dataBytes = readDataBytes(bitArea, var.count);
+    queueFrame(var, frame, wrappingAdd(dataBytes, 5), 3, dataBytes, true);
 }
 
 void queueFrame(const RW_VAR &var, const QByteArray &frame, int replyLength, int headerLength,

@@ -7,12 +7,6 @@
 
 #include "../driver/records.h"
 
-// Quantities travel as 16-bit fields. Larger counts are cut to 16 bits on the
-// wire as the controller format has it (the controller then refuses the
-// frame and the runtime sees the error code); only counts that no 16-bit
-// field could describe at all are refused.
-enum { MaxFrameQuantity = 0xFFFF };
-
 // Appends the CRC-16 of the whole frame, low byte first as Modbus RTU sends it.
 void appendCrc(QByteArray &frame);
 
@@ -23,11 +17,14 @@ void appendBigEndian(QByteArray &frame, unsigned int value, int bytes);
 // value is sent padded with zeros, never read past its end.
 unsigned char valueByte(const RW_VAR &var, int index);
 
-// Data bytes of the reply to a read of `count` units (bytes for bit areas,
-// registers otherwise), or -1 when no frame can ask for them: a negative
-// count, or one whose quantity exceeds 16 bits. Such a request gets no
-// frame, and the scheduler drops a request without one.
+// Data bytes of the reply to a read of `count` units: count for bit areas,
+// 2 x count for registers, whatever the count (modulo 2^32). The frame
+// carries the quantity in 16 bits, the reply description the full count.
 int readDataBytes(bool bitArea, int count);
+
+// Queues a read of `count` units answered as the controller's read reply:
+// header of 3, the data bytes, the CRC.
+void queueReadFrame(const RW_VAR &var, const QByteArray &frame, bool bitArea);
 
 // Appends the Protocol for `frame` to the send queue. `countFrames` resets
 // ComInfo framesDone to 0 and sets framesPerRequest to 1.

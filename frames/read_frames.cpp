@@ -8,17 +8,20 @@
 
 namespace {
 
-// station, function, start address, quantity, then the CRC.
-void queueRead(const RW_VAR &var, unsigned char function, int start, int quantity, int dataBytes)
+// station, function, start address, quantity, then the CRC. The quantity
+// field keeps the low 16 bits of a larger one; the reply is still expected
+// for the whole count, so the controller's refusal reaches the runtime as
+// an error code.
+void queueRead(const RW_VAR &var, unsigned char function, int start, unsigned quantity)
 {
     QByteArray frame;
     frame.reserve(8);
     frame.append(static_cast<char>(var.station & 0xFF));
     frame.append(static_cast<char>(function));
     appendBigEndian(frame, static_cast<unsigned>(start) & 0xFFFF, 2);
-    appendBigEndian(frame, static_cast<unsigned>(quantity) & 0xFFFF, 2);
+    appendBigEndian(frame, quantity & 0xFFFF, 2);
     appendCrc(frame);
-    queueFrame(var, frame, dataBytes + 5, 3, dataBytes, true);
+    queueReadFrame(var, frame, function == 0x01);
 }
 
 }  // namespace
@@ -36,18 +39,14 @@ void ReadRegister(RW_VAR *var)
 void ReadBool(RW_VAR *var)
 {
     // count is in bytes: the controller answers exactly count data bytes.
-    const int dataBytes = var ? readDataBytes(true, var->count) : -1;
-    if (dataBytes < 0)
-        return;
-    queueRead(*var, 0x01, BitElementToCoil(var->areaType, var->address), var->count * 8,
-              dataBytes);
+    if (var)
+        queueRead(*var, 0x01, BitElementToCoil(var->areaType, var->address),
+                  static_cast<unsigned>(var->count) * 8u);
 }
 
 void ReadAnalog(RW_VAR *var)
 {
-    const int dataBytes = var ? readDataBytes(false, var->count) : -1;
-    if (dataBytes < 0)
-        return;
-    queueRead(*var, 0x03, WordElementToRegister(var->areaType, var->address), var->count,
-              dataBytes);
+    if (var)
+        queueRead(*var, 0x03, WordElementToRegister(var->areaType, var->address),
+                  static_cast<unsigned>(var->count));
 }

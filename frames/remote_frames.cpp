@@ -11,9 +11,6 @@ namespace {
 
 // Fixed part of the frame: the length byte and the request fields.
 const int headerBytes = 21;
-// The length byte counts the whole frame in 8 bits.
-const int maxFrameBytes = 255;
-const int maxValueBytes = maxFrameBytes - headerBytes - 1;  // 233
 const int writeEchoLength = 8;
 
 QByteArray header(const RW_VAR &var)
@@ -33,11 +30,17 @@ QByteArray header(const RW_VAR &var)
     return frame;
 }
 
+// The length byte holds the low 8 bits of the whole length: past 233 value
+// bytes it is wrong, while sendLength stays exact. The sum byte covers
+// every byte, taken in runs a 16-bit count can reach.
 void closeFrame(QByteArray &frame)
 {
-    frame[0] = static_cast<char>(frame.size() + 1);
-    const int sum = CalSUM(reinterpret_cast<unsigned char *>(frame.data()),
-                           static_cast<unsigned short>(frame.size()));
+    frame[0] = static_cast<char>((frame.size() + 1) & 0xFF);
+    unsigned char *bytes = reinterpret_cast<unsigned char *>(frame.data());
+    unsigned sum = 0;
+    for (int at = 0; at < frame.size(); at += 0xFFFF)
+        sum += static_cast<unsigned>(
+            CalSUM(bytes + at, static_cast<unsigned short>(qMin(frame.size() - at, 0xFFFF))));
     frame.append(static_cast<char>(sum & 0xFF));
 }
 
@@ -50,20 +53,14 @@ void Remote_ReadVar(RW_VAR *var)
     // The far end answers as the controller would answer the register read.
     // A type that is no area is expected in the word shape, the shape the
     // address map also gives such types (register = element address).
-    const bool bitArea = isBitArea(var->areaType);
-    const int dataBytes = readDataBytes(bitArea, var->count);
-    if (dataBytes < 0)
-        return;
     QByteArray frame = header(*var);
     closeFrame(frame);
-    queueFrame(*var, frame, dataBytes + 5, 3, dataBytes, true);
+    queueReadFrame(*var, frame, isBitArea(var->areaType));
 }
 
 void Remote_WriteVar(RW_VAR *var)
 {
-    // A value the length byte cannot count is refused: no frame, and the
-    // mirror keeps its value, as for a register write too large to frame.
-    if (!var || var->value.size() > maxValueBytes)
+    if (!var)
         return;
     QByteArray frame = header(*var);
     frame.append(var->value);

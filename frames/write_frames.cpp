@@ -10,10 +10,11 @@
 
 namespace {
 
-// Above 127 registers the one-byte byte count of a 0x10 frame wraps, as the
-// controller format has it. The CRC length is a 16-bit number: past it the
-// frame could not even be checked, so larger counts are refused.
-const int maxWriteRegisters = (MaxFrameQuantity - 7) / 2;
+// Above 127 registers the one-byte byte count of a 0x10 frame wraps and
+// above 65535 the quantity is cut to 16 bits, as the controller format has
+// it; the frame still carries every register. Only a frame the panel could
+// not hold in memory (8 MiB of registers) is not built.
+const int maxWriteRegisters = 1 << 22;
 
 // Every write is echoed as station, function, address, value or quantity
 // and CRC.
@@ -32,16 +33,12 @@ void WriteRegister(RW_VAR *var)
 {
     if (!var)
         return;
-    const int queued = PLC_driver.sendQueue.size();
     if (isBitArea(var->areaType))
         WriteBool(var);
     else if (isWordArea(var->areaType))
         WriteAnalog(var);
-    // A write too large for a frame never reaches the controller, so the
-    // mirror must not show it either. While the link is down the runtime's
-    // own write path keeps the mirror.
-    const bool refused = isArea(var->areaType) && PLC_driver.sendQueue.size() == queued;
-    if (!refused && !commErrorSet())
+    // While the link is down the runtime's own write path keeps the mirror.
+    if (!commErrorSet())
         WriteDataToLocal(var);
 }
 
@@ -73,14 +70,17 @@ void WriteAnalog(RW_VAR *var)
         frame.append(static_cast<char>(valueByte(*var, 0)));
     } else {
         appendHeader(frame, *var, 0x10, address);
-        appendBigEndian(frame, static_cast<unsigned>(count), 2);
-        frame.append(static_cast<char>(2 * count));
+        appendBigEndian(frame, static_cast<unsigned>(count) & 0xFFFF, 2);
+        frame.append(static_cast<char>((2 * count) & 0xFF));
         // Values are held low byte first; registers go out high byte first.
+        frame.resize(7 + 2 * count);
+        char *registers = frame.data() + 7;
         for (int i = 0; i < count; ++i) {
-            frame.append(static_cast<char>(valueByte(*var, 2 * i + 1)));
-            frame.append(static_cast<char>(valueByte(*var, 2 * i)));
+            registers[2 * i] = static_cast<char>(valueByte(*var, 2 * i + 1));
+            registers[2 * i + 1] = static_cast<char>(valueByte(*var, 2 * i));
         }
     }
+    // The CRC covers as many bytes as a 16-bit length reaches.
     appendCrc(frame);
     queueFrame(*var, frame, writeEchoLength, 0, 0, true);
 }

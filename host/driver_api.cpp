@@ -2,6 +2,8 @@
 
 #include <dlfcn.h>
 
+#include "qt_match.h"
+
 const char *const kDriverSoname = "libQuorvel_RV_Series.so.1";
 
 namespace {
@@ -16,6 +18,9 @@ struct Entry {
 bool loadDriver(const std::string &path, DriverApi &api, std::string &error)
 {
     api = DriverApi();
+    error = qtMismatch(path);
+    if (!error.empty())
+        return false;
     // RTLD_NOW: a library with unresolved symbols fails here, not mid-poll.
     api.handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (!api.handle) {

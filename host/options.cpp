@@ -33,6 +33,7 @@ const char *usageText()
            "  --echo         discard the echo of a 2-wire adapter\n"
            "  -v             trace frames: [01][03].. sent, <01><03>.. received\n"
            "  --lib PATH     driver library instead of libQuorvel_RV_Series.so.1\n"
+           "                 (built against the same Qt, 4 or 5, as rvpoll: it refuses the other)\n"
            "exit status: 0 ok, 1 the controller never answered (or --once/--scans ended on\n"
            "a failed scan), 2 bad command line, port or driver\n";
 }

@@ -1,11 +1,10 @@
 // The write queue and the one-off read queue. Both refuse repeats: the newest
 // value of a pending write wins, and a one-off read already waiting is not
 // asked for twice.
-#include <climits>
-
 #include "../driver/driver_object.h"
 #include "../driver/locks.h"
 #include "../localarea/local_area.h"
+#include "read_list_passes.h"
 
 namespace {
 
@@ -21,11 +20,6 @@ bool sameWriteTarget(const RW_VAR &a, const RW_VAR &b)
 bool sameOnceRead(const RW_VAR &a, const RW_VAR &b)
 {
     return a.ownerType == b.ownerType && a.ownerId == b.ownerId && sameWriteTarget(a, b);
-}
-
-int clampToInt(long long v)
-{
-    return v > INT_MAX ? INT_MAX : (v < INT_MIN ? INT_MIN : int(v));
 }
 
 }  // namespace
@@ -92,34 +86,28 @@ extern "C" int AddListOnceReadVar(RW_VAR *var, int mode)
         if (var->areaType <= 1)
             size = 1;  // X and Y are read one byte per frame
     }
-    // A size below 1 means no cutting; a total below 1 has no piece.
-    long long pieces = 0;
-    if (total >= 1)
-        pieces = size < 1 ? 1 : total / size + (total % size ? 1 : 0);
-    if (size < 1)
-        size = total;
 
     MutexHold hold(d.listMutex);
     QList<RW_VAR> &list = d.onceReadList;
-    if (pieces < 1)
-        return list.size();
-    for (long long k = 0; k < pieces; ++k) {
-        const long long address = start + step * k * size;
-        // Once the queue is full no later piece can enter: stop cutting, but
-        // leave the record on the last piece as a full run would.
-        if (list.size() >= QueueLimit || address > INT_MAX) {
-            k = pieces - 1;
-            var->address = clampToInt(start + step * k * size);
-            var->count = int(total - k * size);
-            break;
-        }
-        var->address = int(address);
-        var->count = int(k == pieces - 1 ? total - k * size : size);
+    cutPieces(start, step, total, size, [&](int address, int count) {
+        if (list.size() >= QueueLimit)
+            return false;  // no later piece can enter
+        var->address = address;
+        var->count = count;
         bool repeat = false;
         for (int i = 0; i < list.size() && !repeat; ++i)
             repeat = sameOnceRead(list.at(i), *var);
         if (!repeat)
             list.append(*var);
+        return true;
+    });
+    // The record ends on the last piece, queued or not, its address in the
+    // 32 bits the record has.
+    long long last;
+    const long long pieces = pieceCount(total, size, last);
+    if (pieces >= 1) {
+        var->address = int(static_cast<unsigned>(start + step * ((pieces - 1) * size)));
+        var->count = int(last);
     }
     return list.size();
 }

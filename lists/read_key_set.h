@@ -4,7 +4,9 @@
 #ifndef QUORVEL_RV_READ_KEY_SET_H
 #define QUORVEL_RV_READ_KEY_SET_H
 
+#include <array>
 #include <cstddef>
+#include <set>
 #include <vector>
 
 #include "prefetch.h"
@@ -19,39 +21,36 @@ public:
         slots_.assign(size, 0);
     }
 
-    // The identity packed into one word. The per-variable pass only makes
-    // stations 0..255, area types below 64 and addresses and counts inside
-    // an area, all packable. An identity outside those ranges (a default
-    // station past 65535, say) can equal none of them and packs to 0.
+    // The identity packed into one word: stations 0..65535, area types
+    // 0..511, addresses and counts inside the areas all pack. Any other
+    // identity (a count of 0, an address far past an area) packs to 0 and
+    // is kept in a slower ordered set beside the table.
     static unsigned long long key(int station, int areaType, int address, int count)
     {
-        if (station < 0 || station > 0xFFFF || areaType < 0 || areaType > 63 || address < 0 ||
+        if (station < 0 || station > 0xFFFF || areaType < 0 || areaType > 511 || address < 0 ||
             address > FieldMax || count < 1 || count > FieldMax)
             return 0;
         // count >= 1 keeps every packed key non-zero: 0 marks a free slot.
-        return (unsigned long long)station << 48 | (unsigned long long)areaType << 42 |
-               (unsigned long long)address << 21 | (unsigned)count;
+        return (unsigned long long)station << 47 | (unsigned long long)areaType << 38 |
+               (unsigned long long)address << 19 | (unsigned)count;
     }
 
-    // Adds the identity; false when it was there already. A key of 0 is
-    // not kept and counts as new.
-    bool insert(unsigned long long key)
-    {
-        if (key == 0)
-            return true;
-        if (2 * (used_ + 1) > slots_.size())
-            grow();
-        unsigned long long &slot = find(slots_, key);
-        if (slot != 0)
-            return false;
-        slot = key;
-        ++used_;
-        return true;
-    }
-
+    // Adds the identity; false when it was there already.
     bool insert(int station, int areaType, int address, int count)
     {
-        return insert(key(station, areaType, address, count));
+        const unsigned long long packed = key(station, areaType, address, count);
+        if (packed == 0) {
+            const std::array<int, 4> identity = {{station, areaType, address, count}};
+            return others_.insert(identity).second;
+        }
+        if (2 * (used_ + 1) > slots_.size())
+            grow();
+        unsigned long long &slot = find(slots_, packed);
+        if (slot != 0)
+            return false;
+        slot = packed;
+        ++used_;
+        return true;
     }
 
     // Starts loading the slot a later insert of `key` will look at, so that
@@ -59,7 +58,7 @@ public:
     void prefetch(unsigned long long key) const { ::prefetch(&slots_[home(key, slots_.size())]); }
 
 private:
-    static const int FieldMax = (1 << 21) - 1;
+    static const int FieldMax = (1 << 19) - 1;
 
     static std::size_t home(unsigned long long key, std::size_t size)
     {
@@ -68,12 +67,12 @@ private:
         return std::size_t(h) & (size - 1);
     }
 
-    static unsigned long long &find(std::vector<unsigned long long> &slots, unsigned long long key)
+    static unsigned long long &find(std::vector<unsigned long long> &table, unsigned long long key)
     {
-        const std::size_t mask = slots.size() - 1;
-        for (std::size_t i = home(key, slots.size());; i = (i + 1) & mask)
-            if (slots[i] == 0 || slots[i] == key)
-                return slots[i];
+        const std::size_t mask = table.size() - 1;
+        for (std::size_t i = home(key, table.size());; i = (i + 1) & mask)
+            if (table[i] == 0 || table[i] == key)
+                return table[i];
     }
 
     void grow()
@@ -87,6 +86,7 @@ private:
 
     std::vector<unsigned long long> slots_;
     std::size_t used_;
+    std::set<std::array<int, 4>> others_;
 };
 
 #endif

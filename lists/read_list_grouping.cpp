@@ -49,7 +49,7 @@ void mergeSortedRuns(const Runs &runs, int limit)
     RW_VAR cur = runs.request(0);
     addressAdd(cur, limit, false);
     for (int i = 1; i < runs.size(); ++i) {
-        if (cur.count <= 0) {
+        if (cur.count == 0) {
             cur = runs.request(i);
             continue;
         }
@@ -57,7 +57,8 @@ void mergeSortedRuns(const Runs &runs, int limit)
         const long long end = start + cur.count;
         const long long next = runs.address(i);
         if (next <= end || next <= start + limit) {
-            // Reading the gap costs less than another frame.
+            // Reading the gap costs less than another frame. A current block
+            // of negative count is merged into like any other.
             const long long merged = std::max(end, next + runs.count(i)) - start;
             cur.count = merged > INT_MAX ? INT_MAX : int(merged);
         } else {
@@ -91,7 +92,11 @@ void Bubble_Sort(QList<RW_VAR> *list)
 void addressAdd(RW_VAR &var, int pieceSize, bool appendRemainder)
 {
     if (pieceSize >= 1) {
-        while (var.count >= pieceSize) {
+        for (long long k = 0; var.count >= pieceSize; ++k) {
+            if (k == MaxPieces) {
+                var.count = 0;  // the memory guard: the rest is not cut
+                break;
+            }
             RW_VAR piece = var;
             piece.count = pieceSize;
             PLC_driver.readList.append(piece);
@@ -120,13 +125,14 @@ void groupingPass(const std::vector<Polled> &polled, const QList<VarInfo> &vars,
                   int defaultStation, int blockUnits)
 {
     // Bit variables are left to the final pass, which emits them in the
-    // byte units the read frames take; without a limit nothing is merged.
+    // byte units the read frames take, and types above 25 name no area to
+    // group; without a limit nothing is merged.
     if (defaultStation == 0 || blockUnits < 1)
         return;
     std::vector<Span> groups[AreaTypeCount];
     for (std::size_t i = 0; i < polled.size(); ++i) {
         const Polled &p = polled[i];
-        if (p.count > 0 && isWordArea(p.areaType)) {
+        if (p.readable && isWordArea(p.areaType)) {
             const Span s = {p.address, p.count, int(i)};
             groups[p.areaType].push_back(s);
         }

@@ -1,5 +1,5 @@
-// Which variables the rebuild can read, how far a request may reach, how
-// a request is made for a variable, and the one order of runs by address.
+// The variables as the rebuild reads them, how a request is made for a
+// variable, and the one order of runs by address.
 #include "read_list_passes.h"
 
 #include <algorithm>
@@ -8,15 +8,6 @@
 
 #include "../driver/driver_object.h"
 #include "../localarea/local_area.h"
-
-bool readableVariable(const VarInfo &item, int &address, int &count)
-{
-    address = StringAddressToInt(item.areaType, item.addressText);
-    count = item.count;
-    // Past the area's end there is no element on the controller to read and
-    // no room in the mirror to keep it.
-    return clampToArea(item.areaType, address, count);
-}
 
 namespace {
 
@@ -50,29 +41,15 @@ std::vector<Polled> pollVariables(const QList<VarInfo> &vars, bool withNames)
     for (int i = 0; i < vars.size(); ++i) {
         const VarInfo &item = vars.at(i);
         Polled &p = polled[std::size_t(i)];
-        if (!readableVariable(item, p.address, p.count))
-            p.count = 0;
+        p.address = StringAddressToInt(item.areaType, item.addressText);
+        p.count = item.count;
+        p.readable = p.address >= 0;
         p.areaType = item.areaType;
         p.station = item.station;
         p.bitName = withNames && isBitName(item.areaName);
         p.fsName = withNames && item.areaName == QLatin1String("FS");
     }
     return polled;
-}
-
-bool fitRequestToArea(int areaType, int address, int &count)
-{
-    const long long capacity = areaCapacity(areaType);
-    const long long start = address;
-    if (start < 0 || count < 1 || start >= capacity)
-        return false;
-    // A bit request counts bytes of 8 elements from its start.
-    const long long room = isBitArea(areaType) ? (capacity - start) / 8 : capacity - start;
-    if (room < 1)
-        return false;
-    if (count > room)
-        count = int(room);
-    return true;
 }
 
 RW_VAR blockTemplate(const ComInfo &info)

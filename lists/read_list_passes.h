@@ -5,6 +5,7 @@
 #ifndef QUORVEL_RV_READ_LIST_PASSES_H
 #define QUORVEL_RV_READ_LIST_PASSES_H
 
+#include <climits>
 #include <vector>
 
 #include <QList>
@@ -24,34 +25,51 @@ struct Span {
 // with `item` never falling (each pass makes them so).
 void sortByAddress(std::vector<Span> &spans);
 
-// Cuts `total` units into pieces of `size` (the last holds the rest); a size
-// below 1 means no cutting, a total below 1 has no piece. Calls
-// piece(offset, count) in order until it returns false.
-template <class Piece>
-void cutPieces(long long total, long long size, Piece piece)
+// The most pieces one run is cut into. A memory guard only: a count in the
+// billions with a block size of 1 would otherwise ask for billions of
+// requests. It is as many as a 16-bit count can number, far more than the
+// largest area has elements (D, 8,000), so every run inside an area, and
+// every run a frame's quantity can describe, is cut whole.
+const long long MaxPieces = 65536;
+
+// The number of pieces of `size` that `total` units are cut into, by the
+// arithmetic of the lists: total / size, one more for a remainder, which the
+// last piece holds (`last`; size when there is none). A size of 0 gives one
+// piece of total. Below 1 means no piece.
+inline long long pieceCount(long long total, long long size, long long &last)
 {
-    if (total < 1)
-        return;
-    if (size < 1)
-        size = total;
-    const long long n = total / size + (total % size ? 1 : 0);
-    for (long long k = 0; k < n; ++k)
-        if (!piece(k * size, k == n - 1 ? total - k * size : size))
-            return;
+    if (size == 0) {
+        last = total;
+        return 1;
+    }
+    last = total % size ? total % size : size;
+    return total / size + (total % size ? 1 : 0);
 }
 
-// Parses the variable's address and cuts its extent [address, address+count)
-// (bits or registers) to its area. False when there is nothing to read: no
-// such area (type above 25), a negative address, a count below 1, or a start
-// at or past the area's end.
-bool readableVariable(const VarInfo &item, int &address, int &count);
+// Cuts `total` units from `start` into those pieces; piece k starts at
+// start + step * k * size. Calls piece(address, count) in order until it
+// returns false, a piece would start outside the int range, or MaxPieces
+// pieces were made.
+template <class Piece>
+void cutPieces(long long start, long long step, long long total, long long size, Piece piece)
+{
+    long long last;
+    const long long n = pieceCount(total, size, last);
+    for (long long k = 0; k < n && k < MaxPieces; ++k) {
+        const long long address = start + step * (k * size);
+        if (address < INT_MIN || address > INT_MAX ||
+            !piece(int(address), int(k == n - 1 ? last : size)))
+            return;
+    }
+}
 
 // One polled variable as the passes use it, worked out once per rebuild so
 // that each address text is parsed once and the runtime's records are read
 // again only for the requests a pass emits.
 struct Polled {
-    int address;  // cut to the area, as readableVariable gives it
-    int count;    // 0: nothing to read
+    int address;    // parsed from the text
+    int count;      // the variable's own count, whatever its sign
+    bool readable;  // false for an address text giving a negative number
     unsigned char areaType;
     unsigned char station;
     bool bitName;  // named as a bit area ("X", "M", ...)
@@ -60,11 +78,6 @@ struct Polled {
 
 // The variables in list order. The names are looked at only when asked for.
 std::vector<Polled> pollVariables(const QList<VarInfo> &vars, bool withNames);
-
-// Cuts a request's count in frame units (bit areas: bit address and bytes;
-// word areas: registers) so that it ends inside its area. False when nothing
-// of it is left.
-bool fitRequestToArea(int areaType, int address, int &count);
 
 // The block request every pass starts from: owner 0/-1, read, this
 // rebuild's link fields, empty value.

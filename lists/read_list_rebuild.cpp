@@ -22,9 +22,16 @@ void prefetchTexts(const VarInfo &item)
     prefetch(const_cast<QString &>(item.addressText).data_ptr());
 }
 
+// The smallest whole number of bytes at or above `bits` / 8, for any sign.
+long long ceilBytes(long long bits)
+{
+    return bits >= 0 ? (bits + 7) / 8 : -(-bits / 8);
+}
+
 // Merges one area's sorted pieces into blocks appended to readList; a block
 // starts as a full request made from the piece's variable. X and Y never
-// join pieces of different 64-element groups into one block.
+// join pieces of different 64-element groups into one block. Pieces and
+// blocks of any count, 0 and below too, follow the same comparisons.
 int mergeArea(const std::vector<Span> &pieces, const QList<VarInfo> &vars, const RW_VAR &tmpl,
               int station, int areaType, int blockUnits, int last)
 {
@@ -48,7 +55,7 @@ int mergeArea(const std::vector<Span> &pieces, const QList<VarInfo> &vars, const
                     if (e - B > limit || !sameGroup)
                         open = true;
                     else
-                        b.count = int((e - B + 7) / 8);
+                        b.count = int(ceilBytes(e - B));
                 } else {
                     open = !sameGroup;
                 }
@@ -56,7 +63,7 @@ int mergeArea(const std::vector<Span> &pieces, const QList<VarInfo> &vars, const
                 if (e - B > limit)
                     open = true;
                 else
-                    b.count = int(bits ? (e - B + 7) / 8 : e - B);
+                    b.count = int(bits ? ceilBytes(e - B) : e - B);
             }
             if (!open)
                 continue;
@@ -64,7 +71,7 @@ int mergeArea(const std::vector<Span> &pieces, const QList<VarInfo> &vars, const
         // A bit block reads whole bytes from the byte holding the first bit.
         RW_VAR blockRequest =
             requestFor(tmpl, vars.at(p.item), station, bits ? p.address & ~7 : p.address,
-                       bits ? int(((p.address & 7) + (long long)p.count + 7) / 8) : p.count);
+                       bits ? int(ceilBytes((p.address & 7) + (long long)p.count)) : p.count);
         last = AddListReadVar(&blockRequest);
         block = readList.size() - 1;
     }
@@ -77,6 +84,15 @@ struct Piece {
     int item, address, count;
 };
 
+// The bytes holding `count` bits from bit `a`, as the per-variable pass
+// counts them: (a mod 8 + count) / 8, one more for a part byte, or always
+// one more (`extraByte`, for a variable named as a bit area).
+long long variableBytes(int a, int count, bool extraByte)
+{
+    const long long bits = (a & 7) + (long long)count;
+    return bits / 8 + (extraByte || bits % 8 ? 1 : 0);
+}
+
 // Every piece the variables ask for, in list order, before the check for
 // repeats: that check then knows its keys ahead and can fetch their slots
 // early.
@@ -87,21 +103,22 @@ std::vector<Piece> variablePieces(const std::vector<Polled> &polled, int blockUn
     ReadKeySet variablesDone(0);
     for (std::size_t i = 0; i < polled.size(); ++i) {
         const Polled &item = polled[i];
-        if (item.count < 1)
+        if (!item.readable)
             continue;
         const int a = item.address, count = item.count;
+        // Type rule, then name rule; a type above 25 takes the word rule.
         long long start = a;
         long long total = count;
         bool byBytes = false;
         if (isBitArea(item.areaType)) {
             start = a & ~7;
-            total = ((a & 7) + (long long)count + 7) / 8;
+            total = variableBytes(a, count, false);
             byBytes = true;
         }
         if (item.bitName) {
             // Bit variables named as such read one byte more than they need.
             start = a & ~7;
-            total = ((a & 7) + (long long)count) / 8 + 1;
+            total = variableBytes(a, count, true);
             byBytes = true;
         } else if (!item.fsName) {
             start = a;
@@ -111,18 +128,13 @@ std::vector<Piece> variablePieces(const std::vector<Polled> &polled, int blockUn
         // gives repeats: skip it whole. Byte stepping is told apart by an
         // area type moved past the real ones.
         if (blockUnits >= 1 && total > blockUnits &&
-            !variablesDone.insert(item.station, item.areaType + (byBytes ? 32 : 0), int(start),
+            !variablesDone.insert(item.station, item.areaType + (byBytes ? 256 : 0), int(start),
                                   int(total)))
             continue;
 
-        const int step = byBytes ? 8 : 1;
-        cutPieces(total, blockUnits, [&](long long offset, long long size) {
-            const int address = int(start + step * offset);
-            int count = int(size);
-            if (!fitRequestToArea(item.areaType, address, count))
-                return false;  // later pieces lie further past the end
-            const Piece p = {ReadKeySet::key(item.station, item.areaType, address, count), int(i),
-                             address, count};
+        cutPieces(start, byBytes ? 8 : 1, total, blockUnits, [&](int address, int size) {
+            const Piece p = {ReadKeySet::key(item.station, item.areaType, address, size), int(i),
+                             address, size};
             pieces.push_back(p);
             return true;
         });
@@ -137,12 +149,9 @@ void WhetherGroup(int total, int pieceSize, RW_VAR *var, QList<RW_VAR> *list)
 {
     if (!var || !list)
         return;
-    const long long start = var->address;
-    cutPieces(total, pieceSize, [&](long long offset, long long count) {
-        if (start + offset > INT_MAX)
-            return false;
-        var->address = int(start + offset);
-        var->count = int(count);
+    cutPieces(var->address, 1, total, pieceSize, [&](int address, int count) {
+        var->address = address;
+        var->count = count;
         list->append(*var);
         return true;
     });
@@ -170,12 +179,12 @@ int perVariablePass(const std::vector<Polled> &polled, const QList<VarInfo> &var
         if (k + ahead / 2 < pieces.size())
             prefetchTexts(vars.at(pieces[k + ahead / 2].item));
         const Piece &p = pieces[k];
-        if (present.insert(p.key)) {
+        const Polled &item = polled[std::size_t(p.item)];
+        if (present.insert(item.station, item.areaType, p.address, p.count)) {
             // Filled in place: the texts are shared once instead of copied
             // through a temporary.
             readList.append(tmpl);
-            describeRequest(readList.last(), vars.at(p.item), polled[std::size_t(p.item)].station,
-                            p.address, p.count);
+            describeRequest(readList.last(), vars.at(p.item), item.station, p.address, p.count);
         }
     }
     return readList.size();
@@ -184,18 +193,16 @@ int perVariablePass(const std::vector<Polled> &polled, const QList<VarInfo> &var
 int singleStationPass(const std::vector<Polled> &polled, const QList<VarInfo> &vars,
                       const RW_VAR &tmpl, int defaultStation, int blockUnits)
 {
-    // One block limit in bits never needs more than an int: no variable is
-    // longer than its area.
-    const int bitLimit = blockUnits < 1 ? 0 : (blockUnits > INT_MAX / 8 ? INT_MAX : 8 * blockUnits);
     std::vector<Span> pieces[AreaTypeCount];
     for (std::size_t i = 0; i < polled.size(); ++i) {
         const Polled &item = polled[i];
-        if (item.count < 1)
+        if (!item.readable || !isArea(item.areaType))
             continue;
         std::vector<Span> &list = pieces[item.areaType];
-        cutPieces(item.count, isBitArea(item.areaType) ? bitLimit : blockUnits,
-                  [&](long long offset, long long size) {
-                      const Span s = {int(item.address + offset), int(size), int(i)};
+        cutPieces(item.address, 1, item.count,
+                  isBitArea(item.areaType) ? 8LL * blockUnits : blockUnits,
+                  [&](int address, int size) {
+                      const Span s = {address, size, int(i)};
                       list.push_back(s);
                       return true;
                   });

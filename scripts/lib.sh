@@ -10,6 +10,8 @@
 #   rv_armhf_download <dir> <dest> pkg...  armhf packages into <dest>, through
 #                                 the private apt state of <dir>
 #   rv_sanitizer_env              runtime options for the sanitizer builds
+#   rv_qt4_qmake <arch> [qmake]   Qt 4.8 for amd64 or armhf; sets RV_QT4_QMAKE
+#   rv_armhf_qt4_sysroot <dir>    the armhf sysroot of a Qt 4 build (no Qt 5 in it)
 #
 # RV_JOBS (default 2) sets the build parallelism.
 
@@ -18,7 +20,7 @@ RV_JOBS=${RV_JOBS:-2}
 # dpkg-dev and help2man: the package install test makes packages with
 # manual pages from the native build.
 RV_BASE_PACKAGES=(cmake g++ make pkg-config qtbase5-dev libmodbus-dev libgtest-dev googletest
-                  libgmock-dev libbenchmark-dev libserialport-dev dpkg-dev help2man)
+                  libgmock-dev libbenchmark-dev libserialport-dev libcli11-dev dpkg-dev help2man)
 
 rv_log()
 {
@@ -225,4 +227,59 @@ rv_sanitizer_env()
     export ASAN_OPTIONS=${ASAN_OPTIONS:-halt_on_error=1:abort_on_error=0:detect_leaks=1:strict_string_checks=1:detect_stack_use_after_return=1}
     export UBSAN_OPTIONS=${UBSAN_OPTIONS:-halt_on_error=1:print_stacktrace=1}
     export TSAN_OPTIONS=${TSAN_OPTIONS:-halt_on_error=1:second_deadlock_stack=1:suppressions=$supp/tsan.supp}
+}
+
+# Qt 4.8, the panel runtime's Qt, for the RV_QT=4 builds. Sets RV_QT4_QMAKE to
+# <qmake> when one is given (a panel maker's SDK), otherwise to a QtCore
+# built once by build-qt4 (from a shared/qt4 folder beside or above the
+# clone, or RV_QT4_BUILD) into ${XDG_CACHE_HOME:-~/.cache}/quorvel-rv/qt4-<arch>.
+# build-qt4 returns at once when that build is already there.
+rv_qt4_qmake()
+{
+    local arch=$1 given=${2:-} script=${RV_QT4_BUILD:-} dir prefix start rc ticker
+    if [ -n "$given" ]; then
+        [ -x "$given" ] || rv_die "no qmake at $given"
+        RV_QT4_QMAKE=$(cd "$(dirname "$given")" && pwd)/$(basename "$given")
+        export RV_QT4_QMAKE
+        return 0
+    fi
+    dir=$RV_ROOT
+    while [ -z "$script" ] && [ "$dir" != / ]; do
+        dir=$(dirname "$dir")
+        [ -x "$dir/shared/qt4/build-qt4" ] && script=$dir/shared/qt4/build-qt4
+    done
+    [ -n "$script" ] || rv_die "no shared/qt4/build-qt4 beside the clone: give a Qt 4.8 with --qt4-qmake PATH"
+    rv_require_packages g++ make perl xz-utils
+    if [ "$arch" = armhf ]; then rv_require_packages crossbuild-essential-armhf; fi
+    prefix=${XDG_CACHE_HOME:-$HOME/.cache}/quorvel-rv/qt4-$arch
+    start=$(date +%s)
+    rv_log "Qt 4.8 for $arch in $prefix (the first build takes several minutes)"
+    # The compile step is silent for minutes: say that it is still going.
+    # (sleep holds no output open, so nothing waits on it once killed.)
+    ( while sleep 60 >/dev/null 2>&1; do _rv_qt4_elapsed "$start" "still building"; done ) &
+    ticker=$!
+    rc=0
+    "$script" "$arch" "$prefix" 2>&1 | while IFS= read -r line; do _rv_qt4_elapsed "$start" "$line"; done ||
+        rc=$?
+    kill "$ticker" 2>/dev/null
+    wait "$ticker" 2>/dev/null || true
+    [ "$rc" -eq 0 ] || rv_die "could not build Qt 4.8 for $arch (log: $prefix/build-qt4.log)"
+    RV_QT4_QMAKE=$prefix/bin/qmake
+    export RV_QT4_QMAKE
+}
+
+_rv_qt4_elapsed()
+{
+    local s=$(($(date +%s) - $1))
+    rv_log "$(printf '[%d:%02d] %s' $((s / 60)) $((s % 60)) "$2")"
+}
+
+# armhf packages of a Qt 4 build: libmodbus for the tests; QtCore comes
+# from the Qt 4.8 prefix.
+RV_ARMHF_QT4_DEBS=(libmodbus5 libmodbus-dev)
+
+rv_armhf_qt4_sysroot()
+{
+    local RV_ARMHF_DEBS=("${RV_ARMHF_QT4_DEBS[@]}")
+    rv_armhf_sysroot "$1"
 }

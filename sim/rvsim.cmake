@@ -1,10 +1,29 @@
-# rvsim: the controller simulator, on the shared libmodbus server.
+# rvsim: the controller simulator, on the shared libmodbus server. Element
+# names go through rvpoll's parser and the driver's own address map.
 if(TARGET rv_modbus_server)
   find_package(PkgConfig REQUIRED)
   pkg_check_modules(SERIALPORT REQUIRED IMPORTED_TARGET libserialport)
+  find_path(CLI11_INCLUDE_DIR CLI/CLI.hpp REQUIRED)
   add_executable(rvsim
     ${CMAKE_CURRENT_LIST_DIR}/rvsim.cpp
     ${CMAKE_CURRENT_LIST_DIR}/sim_options.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/live_data.cpp)
-  target_link_libraries(rvsim PRIVATE rv_modbus_server PkgConfig::SERIALPORT util)
+    ${CMAKE_CURRENT_LIST_DIR}/live_data.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/element_range.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/presets.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/request_log.cpp)
+  target_include_directories(rvsim PRIVATE ${CLI11_INCLUDE_DIR})
+  target_compile_definitions(rvsim PRIVATE RV_VERSION="${PROJECT_VERSION}")
+  target_link_libraries(rvsim PRIVATE rv_modbus_server rvpoll_core rv_static PkgConfig::SERIALPORT util)
+endif()
+
+# Its end-to-end test (tests/sim_test.cpp) runs the program on a
+# pseudo-terminal: native only, as the armhf build leaves the tools out.
+if(TARGET rvsim AND RV_BUILD_TESTS AND NOT CMAKE_CROSSCOMPILING)
+  find_package(GTest REQUIRED)
+  add_executable(sim_test ${PROJECT_SOURCE_DIR}/tests/sim_test.cpp)
+  target_link_libraries(sim_test PRIVATE rv_test_support GTest::Main)
+  target_compile_definitions(sim_test PRIVATE RVSIM_PATH="$<TARGET_FILE:rvsim>")
+  add_dependencies(sim_test rvsim)
+  add_test(NAME sim_test COMMAND sim_test)
+  set_tests_properties(sim_test PROPERTIES TIMEOUT 120)
 endif()

@@ -1,10 +1,12 @@
 // rvsim: a Quorvel RV controller on a pseudo-terminal or a serial port,
 // answering Modbus RTU with live values and faults on request.
+#include <errno.h>
 #include <fcntl.h>
 #include <libserialport.h>
 #include <pty.h>
 #include <signal.h>
 #include <stdio.h>
+#include <string.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -12,6 +14,8 @@
 #include <thread>
 
 #include "live_data.h"
+#include "presets.h"
+#include "request_log.h"
 #include "sim_options.h"
 #include "sim/server/modbus_server.h"
 
@@ -44,22 +48,48 @@ bool openPty(int &master, int &slave, std::string &path, std::string &error)
     return true;
 }
 
+// A serial port is configured through libserialport. Terminals it does not
+// list (it finds ports through sysfs, which has no pseudo-terminals) are
+// served as they are, in raw mode: they have no line settings to set.
 bool openSerial(const SimOptions &o, sp_port *&port, int &fd, std::string &error)
 {
-    if (sp_get_port_by_name(o.device.c_str(), &port) != SP_OK || sp_open(port, SP_MODE_READ_WRITE) != SP_OK) {
-        char *msg = sp_last_error_message();
-        error = "cannot open " + o.device + ": " + (msg ? msg : "unknown error");
-        sp_free_error_message(msg);
+    fd = open(o.device.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK);
+    if (fd < 0 || !isatty(fd)) {
+        error = "cannot open " + o.device + ": " + (fd < 0 ? strerror(errno) : "not a serial port");
+        if (fd >= 0)
+            close(fd);
+        fd = -1;
         return false;
     }
+    if (sp_get_port_by_name(o.device.c_str(), &port) != SP_OK) {
+        port = nullptr;
+        termios raw;
+        if (tcgetattr(fd, &raw) == 0) {
+            cfmakeraw(&raw);
+            tcsetattr(fd, TCSANOW, &raw);
+        }
+        fprintf(stderr, "rvsim: note: %s is not a port libserialport lists; line settings not applied\n",
+                o.device.c_str());
+        return true;
+    }
+    close(fd);
+    fd = -1;
     const sp_parity parity = o.parity == 'N' ? SP_PARITY_NONE : o.parity == 'O' ? SP_PARITY_ODD : SP_PARITY_EVEN;
-    if (sp_set_baudrate(port, o.baud) != SP_OK || sp_set_bits(port, 8) != SP_OK ||
-        sp_set_parity(port, parity) != SP_OK || sp_set_stopbits(port, o.stopBits) != SP_OK ||
-        sp_set_flowcontrol(port, SP_FLOWCONTROL_NONE) != SP_OK || sp_get_port_handle(port, &fd) != SP_OK) {
-        error = "cannot configure " + o.device;
-        return false;
+    const char *step = "open";
+    if (sp_open(port, SP_MODE_READ_WRITE) == SP_OK) {
+        step = "configure";
+        if (sp_set_baudrate(port, o.baud) == SP_OK && sp_set_bits(port, 8) == SP_OK &&
+            sp_set_parity(port, parity) == SP_OK && sp_set_stopbits(port, o.stopBits) == SP_OK &&
+            sp_set_flowcontrol(port, SP_FLOWCONTROL_NONE) == SP_OK && sp_get_port_handle(port, &fd) == SP_OK)
+            return true;
     }
-    return true;
+    char *msg = sp_last_error_message();
+    error = std::string("cannot ") + step + " " + o.device + ": " + (msg ? msg : "unknown error");
+    sp_free_error_message(msg);
+    sp_close(port);
+    sp_free_port(port);
+    port = nullptr;
+    return false;
 }
 
 }  // namespace
@@ -70,25 +100,43 @@ int main(int argc, char **argv)
     std::string error;
     if (!parseSimOptions(argc, argv, o, error))
         return fail(error + " (rvsim --help for usage)");
-    if (o.help) {
-        printf("%s", simUsage());
+    if (o.help || o.version) {
+        printf("%s", o.help ? simUsage() : "rvsim (Quorvel RV) " RV_VERSION "\n");
         return 0;
     }
+    for (const std::string &note : o.notes)
+        fprintf(stderr, "rvsim: note: %s\n", note.c_str());
+    FILE *log = nullptr;
+    if (!o.logFile.empty() && !(log = fopen(o.logFile.c_str(), "a")))
+        return fail("cannot open " + o.logFile + ": " + strerror(errno));
 
     int fd = -1, slave = -1;
     sp_port *port = nullptr;
     std::string path = o.device;
     if (o.device.empty() ? !openPty(fd, slave, path, error) : !openSerial(o, port, fd, error))
         return fail(error);
-    if (!o.link.empty()) {
-        unlink(o.link.c_str());  // a link left by an earlier run
-        if (symlink(path.c_str(), o.link.c_str()) != 0)
-            return fail("cannot create the link " + o.link);
-    }
 
     ModbusServer server(fd);
     server.setStations(o.stations);
     server.setFaults(o.faults);
+    server.setRefusals(o.refusals);
+    int presets = 0;
+    if (!o.dataFile.empty() && !loadPresets(o.dataFile, server, presets, error))
+        return fail(error);
+    if (!o.link.empty()) {
+        unlink(o.link.c_str());  // a link left by an earlier run
+        if (symlink(path.c_str(), o.link.c_str()) != 0)
+            return fail("cannot create the link " + o.link + ": " + strerror(errno));
+    }
+    if (log || o.verbose)
+        server.setLogger([log, &o](const ModbusServer::LogEntry &e) {
+            const std::string line = requestLogLine(e);
+            for (FILE *sink : {o.verbose ? stdout : nullptr, log})
+                if (sink) {
+                    fputs(line.c_str(), sink);
+                    fflush(sink);
+                }
+        });
     if (!server.start())
         return fail("cannot start the Modbus server");
     LiveData live(server);
@@ -102,6 +150,8 @@ int main(int argc, char **argv)
     std::string stations;
     for (size_t i = 0; i < o.stations.size(); ++i)
         stations += (i ? "," : "") + std::to_string(o.stations[i]);
+    if (!o.dataFile.empty())
+        printf("rvsim: %d preset values from %s\n", presets, o.dataFile.c_str());
     printf("rvsim: listening on %s (station %s)\n", path.c_str(), stations.c_str());
     fflush(stdout);
 
@@ -122,6 +172,8 @@ int main(int argc, char **argv)
            (unsigned long long)c.requests, (unsigned long long)c.replies, (unsigned long long)c.faults);
     if (!o.link.empty())
         unlink(o.link.c_str());
+    if (log)
+        fclose(log);
     if (port) {
         sp_close(port);
         sp_free_port(port);

@@ -7,10 +7,10 @@
 
 #include <chrono>
 #include <cstdio>
+#include <set>
 #include <thread>
 
 #include <QMap>
-#include <QSet>
 
 #include "frames/address_map.h"
 #include "support/driver_reset.h"
@@ -36,7 +36,7 @@ void onCallBack(int, int ownerType, int ownerId, int status)
 struct FaultKind {
     const char *fault;
     double Rates::*share;
-    QSet<int> bands;  // error bands it may cause: 1 check failed, 4 no reply, 7 wrong length
+    std::set<int> bands;  // error bands it may cause: 1 check failed, 4 no reply, 7 wrong length
 };
 
 void runFaultyLine(const FaultKind &run, double rate)
@@ -89,11 +89,11 @@ void runFaultyLine(const FaultKind &run, double rate)
             continue;
         ++errors;
         lastGiveUp = round;
-        EXPECT_TRUE(code >= 11 && code <= 82 && run.bands.contains(code / 10)) << "code " << code;
+        EXPECT_TRUE(code >= 11 && code <= 82 && run.bands.count(code / 10)) << "code " << code;
     }
     const ModbusServer::Counters seen = plc.counters();
     EXPECT_TRUE(rate < 0.1 || seen.faults > 0) << "the line never misbehaved";
-    EXPECT_TRUE(!run.bands.isEmpty() || errors == 0) << errors << " given up";
+    EXPECT_TRUE(!run.bands.empty() || errors == 0) << errors << " given up";
     std::printf("%-13s at %2.0f%%: %llu requests, %llu faults injected, %d given up\n", run.fault,
                 rate * 100, (unsigned long long)seen.requests, (unsigned long long)seen.faults,
                 errors);

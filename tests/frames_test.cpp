@@ -57,15 +57,25 @@ TEST(Frames, WorkedFramesAndTheReplyEachAwaits)
         {ReadRegister, request(D, 0, 1, 257), "7/3/2", 0, "01"},  // station cut to its byte
         {ReadRegister, request(D, 0, 4, 0), "0/0/0", 0, "00"},    // broadcast: no reply
         // Past what one reply can carry the frame still goes, its quantity in
-        // 16 bits: the controller answers with an exception the runtime sees.
-        {ReadRegister, request(M, 0, 256), "261/3/256", 4, "0800"},
-        {ReadRegister, request(D, 0, 0xFFFF), "131075/3/131070", 4, "FFFF"},
+        // 16 bits, while the reply is awaited for the whole count.
+        {ReadRegister, request(M, 0, 8192), "8197/3/8192", -1, "010100000000 3C0A"},
+        {ReadRegister, request(D, 0, 0x10000), "131077/3/131072", 4, "0000"},
+        {ReadRegister, request(D, 0, -1), "3/3/-2", 4, "FFFF"},
+        {ReadRegister, request(X, 0, 0x7FFFFFFF), "-2147483644/3/2147483647", 4, "FFF8"},
+        {Remote_ReadVar, request(D, 0, 0x10005), "131087/3/131082", 11, "0005"},
+        {Remote_ReadVar, request(D, 0, -1), "3/3/-2", 11, "FFFF"},
         {WriteRegister, request(Y, 0, 1, 1, hex("01")), "8/0/0", -1, "01056000FF00 923A"},
         {WriteRegister, request(M, 10, 1, 1, hex("FF")), "8/0/0", 4, "0000"},  // only 1 is on
         {WriteRegister, request(D, 0, 1, 1, hex("3412")), "8/0/0", -1, "010600001234 84BD"},
         {WriteRegister, request(D, 10, 2, 1, hex("01020304")), "8/0/0", -1,
          "0110000A000204 02010403 6169"},
         {WriteRegister, request(D, 0, 0, 1), "8/0/0", -1, "01100000000000 0950"},
+        // Quantity cut to 16 bits, byte count to 8; the CRC covers the low
+        // 16 bits of the length (9 bytes here) and ends the 131,083 bytes.
+        {WriteRegister, request(D, 0, 0x10001, 1, QByteArray(4, char(0x5A))), "8/0/0", 2,
+         "0000 0001 02 5A5A5A5A"},
+        {WriteAnalog, request(D, 0, 0x10001, 1, QByteArray(4, char(0x5A))), "8/0/0", 131081,
+         "1CCB"},
         {WriteRegister, request(D, 20, 1, 0, hex("CDAB")), "0/0/0", 0, "00"},
         // Short values are padded with zeros, never read past their end.
         {WriteAnalog, request(D, 0, 1, 1, hex("7F")), "8/0/0", 4, "007F"},
@@ -77,8 +87,8 @@ TEST(Frames, WorkedFramesAndTheReplyEachAwaits)
         {Remote_ReadVar, request(40, -2, 3), "11/3/6", 5, "0028FFFFFFFE"},  // no area: words
         {Remote_WriteVar, remote(request(D, 0, 1, 1, hex("3412")), 0, 1, 0x01020304), "8/0/0", -1,
          "180001000100 0E000000000001 0000000001020304 3412 79"},
-        // 233 value bytes is the most the length byte can count.
-        {Remote_WriteVar, request(D, 200, 1, 1, QByteArray(233, '\1')), "8/0/0", 0, "FF"},
+        // Past 233 value bytes the length byte keeps the low 8 bits (322 here).
+        {Remote_WriteVar, request(D, 300, 1, 1, QByteArray(300, '\1')), "8/0/0", 0, "42"},
     };
     for (const auto &c : cases) {
         const Protocol p = build(c.build, c.v);
@@ -90,36 +100,29 @@ TEST(Frames, WorkedFramesAndTheReplyEachAwaits)
                       std::to_string(p.replyDataLength),
                   c.reply);
     }
-    // Register writes that go reach the mirror, a broadcast at once.
+    // Register writes reach the mirror, a broadcast at once, and so do
+    // remote writes of any length.
     EXPECT_EQ(PLC_driver.localArea.localD[11], 0x0403);
     EXPECT_EQ(PLC_driver.localArea.localD[20], 0xABCD);
-    // 127 registers is the most a byte count can announce; past it the
-    // byte count wraps and the frame still carries every register.
-    Protocol p = build(WriteAnalog, request(FS, 0, 127, 1, QByteArray(254, char(0x5A))));
-    EXPECT_EQ(p.sendLength, 9 + 254);
-    EXPECT_EQ(p.frame.mid(2, 5), hex("F4C0007FFE"));
-    p = build(WriteAnalog, request(D, 0, 128, 1, QByteArray(256, char(0x5A))));
-    EXPECT_EQ(p.sendLength, 9 + 256);
-    EXPECT_EQ(p.frame.mid(4, 3), hex("008000"));
+    EXPECT_EQ(PLC_driver.localArea.localD[1], 0x5A5A);
+    EXPECT_EQ(PLC_driver.localArea.localD[300], 0x0101);
+    EXPECT_EQ(build(Remote_WriteVar, request(D, 3, 1, 1, QByteArray(300, 1))).sendLength, 322);
 }
 
-TEST(Frames, OnlyFramesThatGoResetTheCountersAndReachTheMirror)
+TEST(Frames, OnlyFramesThatGoResetTheCountersAndWritesReachTheMirror)
 {
     ComInfo *info = resetDriver();
     info->framesDone = 9;
-    for (RW_VAR v : {request(M, 0, 8192), request(D, 0, 0x10000), request(D, 0, -1),
-                     request(X, 0, 0x7FFFFFFF), request(26, 0, 1), request(-1, 0, 1)})
-        EXPECT_TRUE(build(ReadRegister, v).frame.isEmpty()) << v.areaType << " " << v.count;
-    for (int count : {32765, -1, -2, 0x7FFFFFFF})
+    for (RW_VAR v : {request(26, 0, 1), request(-1, 0, 1)})
+        EXPECT_TRUE(build(ReadRegister, v).frame.isEmpty()) << v.areaType;
+    // No frame for a negative register count, nor for one the panel could
+    // not hold; the mirror still takes what it can.
+    for (int count : {-1, (1 << 22) + 1})
         EXPECT_TRUE(build(WriteRegister, request(D, 40, count, 1, hex("FFFF"))).frame.isEmpty())
             << count;
     EXPECT_TRUE(build(WriteRegister, request(26, 0, 1, 1, hex("0100"))).frame.isEmpty());
-    EXPECT_TRUE(build(Remote_ReadVar, request(D, 0, -1)).frame.isEmpty());
-    EXPECT_TRUE(build(Remote_WriteVar, request(D, 300, 1, 1, QByteArray(234, 1))).frame.isEmpty());
     EXPECT_EQ(info->framesDone, 9);
-    // A write that never reaches the controller must not show in the mirror.
-    EXPECT_EQ(PLC_driver.localArea.localD[40], 0);
-    EXPECT_EQ(PLC_driver.localArea.localD[300], 0);
+    EXPECT_EQ(PLC_driver.localArea.localD[40], 0xFFFF);
 
     info->framesPerRequest = 3;
     build(ReadRegister, request(M, 0, 2));

@@ -303,6 +303,11 @@ TEST(ToolsTest, BadInputGivesAClearMessageAndStatusTwo)
 {
     const std::string rvpoll = "'" RVPOLL_PATH "' ", rvsim = "'" RVSIM_PATH "' ";
     const std::string null = rvpoll + "--port /dev/null ";
+    // The driver as if built against the other Qt: its QtCore soname swapped.
+    const std::string otherQt = scratchFile();
+    run("cp '" DRIVER_PATH "' " + otherQt + " && perl -0777 -pi -e " +
+        "'s/libQtCore\\.so\\.4\\0/libQt5Core.so\\0\\0/g or s/libQt5Core\\.so\\.5/libQtCore.so.4\\0/g' " +
+        otherQt);
     const std::pair<std::string, const char *> cases[] = {
         {null + "D1x", "bad address"},
         {null + "D70000", "bad address '70000'"},
@@ -317,6 +322,7 @@ TEST(ToolsTest, BadInputGivesAClearMessageAndStatusTwo)
         {poll("/dev/rv-no-such-port", "D0"), "cannot open /dev/rv-no-such-port"},
         {null + "--lib /nonexistent/libdriver.so D0", "cannot load driver"},
         {null + "--lib libm.so.6 D0", "lacks the entry point SetComInfo"},
+        {null + "--lib " + otherQt + " D0", ", but rvpoll runs on Qt "},
         {rvsim + "--drop 0.6 --corrupt 0.6", "add up to more than 1"},
         {rvsim + "--station 1,300", "bad value"},
     };
@@ -325,6 +331,7 @@ TEST(ToolsTest, BadInputGivesAClearMessageAndStatusTwo)
         EXPECT_EQ(2, r.status) << c.first;
         EXPECT_EQ("", missing(r.err, {c.second})) << c.first << ": " << r.err;
     }
+    unlink(otherQt.c_str());
 }
 
 TEST(ToolsTest, VariableTextsCodeMeaningsAndReplyFraming)

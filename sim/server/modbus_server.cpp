@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <stdio.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -48,6 +49,35 @@ size_t requestLength(const std::vector<uint8_t> &f)
         length += f[countAt];
     }
     return length;
+}
+
+// Function, first address and count a request names; -1 where it has none.
+void requestTarget(const std::vector<uint8_t> &f, int &function, int &address, int &count)
+{
+    function = f.size() > 1 ? f[1] : -1;
+    address = count = -1;
+    if (f.size() < 6)
+        return;
+    switch (function) {
+    case 0x01: case 0x02: case 0x03: case 0x04: case 0x0F: case 0x10:
+        address = f[2] << 8 | f[3];
+        count = f[4] << 8 | f[5];
+        break;
+    case 0x05: case 0x06:
+        address = f[2] << 8 | f[3];
+        count = 1;
+        break;
+    default:
+        break;
+    }
+}
+
+// "exception 0x02 (Illegal data address)", in libmodbus's words.
+std::string exceptionText(int code)
+{
+    char hex[8];
+    snprintf(hex, sizeof hex, "0x%02X", code);
+    return std::string("exception ") + hex + " (" + modbus_strerror(MODBUS_ENOBASE + code) + ")";
 }
 
 void drainFd(int fd)
@@ -112,6 +142,18 @@ void ModbusServer::failNext(Fault f, int n, int delayMs)
     forced_ = f;
     forcedLeft_ = std::max(0, n);
     forcedDelayMs_ = delayMs;
+}
+
+void ModbusServer::setRefusals(const Refusals &refusals)
+{
+    std::lock_guard<std::mutex> hold(stateMutex_);
+    refusals_ = refusals;
+}
+
+void ModbusServer::setLogger(const Logger &logger)
+{
+    std::lock_guard<std::mutex> hold(stateMutex_);
+    logger_ = logger;
 }
 
 bool ModbusServer::start()
@@ -261,9 +303,10 @@ ModbusServer::Fault ModbusServer::chooseFault(int &delayMs)
         return forced_;
     }
     delayMs = rates_.delayMs;
-    const double shares[] = {rates_.drop, rates_.badCrc, rates_.truncate, rates_.wrongStation,
-                             rates_.delay};
-    const Fault kinds[] = {FaultDrop, FaultBadCrc, FaultTruncate, FaultWrongStation, FaultDelay};
+    const double shares[] = {rates_.drop,         rates_.badCrc, rates_.truncate,
+                             rates_.wrongStation, rates_.delay,  rates_.exception};
+    const Fault kinds[] = {FaultDrop,         FaultBadCrc, FaultTruncate,
+                           FaultWrongStation, FaultDelay,  FaultException};
     double sum = 0;
     for (double s : shares)
         sum += s;
@@ -271,7 +314,7 @@ ModbusServer::Fault ModbusServer::chooseFault(int &delayMs)
         return FaultNone;
     const double u = std::uniform_real_distribution<double>(0.0, 1.0)(rng_);
     double edge = 0;
-    for (int i = 0; i < 5; ++i) {
+    for (int i = 0; i < 6; ++i) {
         edge += shares[i];
         if (u < edge)
             return kinds[i];
@@ -282,6 +325,28 @@ ModbusServer::Fault ModbusServer::chooseFault(int &delayMs)
 void ModbusServer::handle(std::vector<uint8_t> &frame)
 {
     const int station = frame[0];
+    int function = -1, address = -1, count = -1;
+    requestTarget(frame, function, address, count);
+    std::vector<uint8_t> reply;
+    const std::string outcome = handleFrame(frame, station, function, address, count, reply);
+    Logger log;
+    {
+        std::lock_guard<std::mutex> hold(stateMutex_);
+        log = logger_;
+    }
+    // Logged before the reply goes out, so a master that has its answer
+    // finds the line already written.
+    if (log)
+        log(LogEntry{station, function, address, count, outcome});
+    if (reply.empty() || !running_)
+        return;
+    writeLine(reply.data(), reply.size());
+    ++replies_;
+}
+
+std::string ModbusServer::handleFrame(std::vector<uint8_t> &frame, int station, int function,
+                                      int address, int count, std::vector<uint8_t> &send)
+{
     int slave = -1;
     {
         std::lock_guard<std::mutex> hold(stateMutex_);
@@ -292,7 +357,7 @@ void ModbusServer::handle(std::vector<uint8_t> &frame)
             slave = station;
     }
     if (slave < 0)
-        return;  // another station's request: stay silent
+        return "ignored (another station)";
 
     // libmodbus checks the frame as it would on the line: feed it through
     // a pipe with the addressed station set.
@@ -300,58 +365,99 @@ void ModbusServer::handle(std::vector<uint8_t> &frame)
     drainFd(pipe_[0]);
     modbus_set_slave(ctx_, slave);
     if (write(pipe_[1], frame.data(), frame.size()) != static_cast<ssize_t>(frame.size()))
-        return;
+        return "ignored (internal pipe full)";
     modbus_set_socket(ctx_, pipe_[0]);
     const int length = modbus_receive(ctx_, req);
     drainFd(pipe_[0]);
     if (length <= 0) {
         drainLine();
-        return;
+        return "ignored (bad CRC or length)";
     }
     ++accepted_;
-
-    int delayMs = 0;
-    const Fault fault = station == 0 ? FaultNone : chooseFault(delayMs);
-    if (fault == FaultWrongStation)
-        req[0] = static_cast<uint8_t>(station % 247 + 1);
 
     // Let libmodbus write its reply into the pipe so it can be altered
     // before it goes on the line. Broadcasts write nothing.
     modbus_set_socket(ctx_, pipe_[1]);
-    {
-        std::lock_guard<std::mutex> hold(mapMutex_);
-        modbus_reply(ctx_, req, length, map_);
+    int refused = refusal(function, address, count);
+    if (station == 0) {
+        if (refused)
+            return "broadcast refused: " + exceptionText(refused) + ", not sent";
+        applyRequest(req, length);
+        return "broadcast applied";
     }
+    int delayMs = 0;
+    Fault fault = chooseFault(delayMs);
+    if (fault == FaultException) {
+        refused = refused ? refused : MODBUS_EXCEPTION_SLAVE_OR_SERVER_FAILURE;
+        fault = FaultNone;
+        ++faults_;
+    }
+    if (fault == FaultWrongStation)
+        req[0] = static_cast<uint8_t>(station % 247 + 1);
+
+    if (refused)
+        modbus_reply_exception(ctx_, req, static_cast<unsigned>(refused));
+    else
+        applyRequest(req, length);
     uint8_t reply[MODBUS_RTU_MAX_ADU_LENGTH];
     const ssize_t got = read(pipe_[0], reply, sizeof reply);
     if (got <= 0)
-        return;
+        return "no reply from libmodbus";
     size_t n = static_cast<size_t>(got);
+    std::string outcome = n > 2 && (reply[1] & 0x80) ? exceptionText(reply[2]) : "ok";
 
     switch (fault) {
     case FaultDrop:
         ++faults_;
-        return;
+        return outcome + ", reply dropped";
     case FaultBadCrc:
         reply[n - 1] ^= 0x5A;
+        outcome += ", reply sent with a bad CRC";
         break;
     case FaultTruncate: {
         std::lock_guard<std::mutex> hold(stateMutex_);
+        const size_t whole = n;
         n = n > 1 ? 1 + rng_() % (n - 1) : n;
+        outcome += ", reply cut to " + std::to_string(n) + " of " + std::to_string(whole) + " bytes";
         break;
     }
+    case FaultWrongStation:
+        outcome += ", reply sent from station " + std::to_string(req[0]);
+        break;
     case FaultDelay:
         pause(delayMs);
+        outcome += ", reply delayed " + std::to_string(delayMs) + " ms";
         break;
     default:
         break;
     }
     if (fault != FaultNone)
         ++faults_;
-    if (!running_)
-        return;
-    writeLine(reply, n);
-    ++replies_;
+    send.assign(reply, reply + n);
+    return outcome;
+}
+
+void ModbusServer::applyRequest(const uint8_t *req, int length)
+{
+    std::lock_guard<std::mutex> hold(mapMutex_);
+    modbus_reply(ctx_, req, length, map_);
+}
+
+int ModbusServer::refusal(int function, int address, int count) const
+{
+    std::lock_guard<std::mutex> hold(stateMutex_);
+    const Refusals &r = refusals_;
+    if (std::find(r.functions.begin(), r.functions.end(), function) != r.functions.end())
+        return MODBUS_EXCEPTION_ILLEGAL_FUNCTION;
+    const bool coils = function == 0x01 || function == 0x05 || function == 0x0F;
+    const bool registers = function == 0x03 || function == 0x06 || function == 0x10;
+    const std::vector<bool> &space = coils ? r.coils : r.registers;
+    if (!(coils || registers) || address < 0)
+        return 0;
+    for (int a = address; a < address + count && a < static_cast<int>(space.size()); ++a)
+        if (space[a])
+            return MODBUS_EXCEPTION_ILLEGAL_DATA_ADDRESS;
+    return 0;
 }
 
 void ModbusServer::writeLine(const uint8_t *data, size_t length)

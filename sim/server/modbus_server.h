@@ -10,8 +10,11 @@
 // considers valid.
 //
 // On request it misbehaves: each reply can be dropped, sent with a bad CRC,
-// truncated, sent from the wrong station or delayed, chosen at random with a
-// fixed seed (repeatable) or forced for the next N replies.
+// truncated, sent from the wrong station, delayed or replaced by a Modbus
+// exception, chosen at random with a fixed seed (repeatable) or forced for
+// the next N replies. Functions and address ranges can be refused outright
+// with the exception a controller gives for them. A logger, when set, hears
+// of every frame read from the line and what became of it.
 //
 // Typical use:
 //   ModbusServer srv(fd);            // fd stays owned by the caller
@@ -26,8 +29,10 @@
 #include <stdint.h>
 
 #include <atomic>
+#include <functional>
 #include <mutex>
 #include <random>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -42,7 +47,8 @@ public:
         FaultBadCrc,        // last reply byte flipped
         FaultTruncate,      // only the first 1..n-1 reply bytes are sent
         FaultWrongStation,  // a valid reply from another station
-        FaultDelay          // the reply is sent after delayMs
+        FaultDelay,         // the reply is sent after delayMs
+        FaultException      // exception 0x04 (server failure) instead; not applied
     };
 
     // Shares of replies that misbehave, each 0..1, drawn in the order
@@ -53,9 +59,31 @@ public:
         double truncate = 0;
         double wrongStation = 0;
         double delay = 0;
+        double exception = 0;
         int delayMs = 200;
         unsigned seed = 1;
     };
+
+    // Requests answered with an exception and not applied: a refused
+    // function gets 0x01 (illegal function), a request touching a refused
+    // coil or register 0x02 (illegal data address). The address lists are
+    // indexed by coil or register address (empty: nothing refused).
+    struct Refusals {
+        std::vector<int> functions;
+        std::vector<bool> coils;
+        std::vector<bool> registers;
+    };
+
+    // One frame read from the line. address and count are -1 for
+    // functions that carry none.
+    struct LogEntry {
+        int station;
+        int function;
+        int address;
+        int count;
+        std::string outcome;  // "ok", "exception 0x02 (Illegal data address)", ...
+    };
+    typedef std::function<void(const LogEntry &)> Logger;
 
     struct Counters {
         uint64_t requests = 0;  // complete frames read from the line and handled
@@ -74,6 +102,10 @@ public:
     void setFaults(const FaultRates &rates);
     // The next n replies (broadcasts excluded) get fault f, ahead of rates.
     void failNext(Fault f, int n, int delayMs = 200);
+
+    void setRefusals(const Refusals &refusals);
+    // Called on the serving thread; set it before start().
+    void setLogger(const Logger &logger);
 
     // Starts the serving thread; false if it could not be set up.
     bool start();
@@ -102,7 +134,12 @@ private:
     bool readByte(uint8_t &byte, int timeoutMs);
     void drainLine();
     void handle(std::vector<uint8_t> &frame);
+    // What becomes of one frame; the bytes to send back land in `send`.
+    std::string handleFrame(std::vector<uint8_t> &frame, int station, int function, int address,
+                            int count, std::vector<uint8_t> &send);
+    void applyRequest(const uint8_t *req, int length);
     Fault chooseFault(int &delayMs);
+    int refusal(int function, int address, int count) const;
     void writeLine(const uint8_t *data, size_t length);
     void pause(int ms);
 
@@ -115,6 +152,8 @@ private:
     mutable std::mutex stateMutex_;
     std::vector<int> stations_;
     FaultRates rates_;
+    Refusals refusals_;
+    Logger logger_;
     std::mt19937 rng_;
     Fault forced_;
     int forcedLeft_;
