@@ -189,15 +189,23 @@ void checkFrame(const Protocol *p)
         return;
     if (p->sendLength < 1 || p->sendLength > p->frame.size())
         fuzzFail("frame shorter than its send length", p->sendLength);
-    if (p->replyLength < -1 || p->replyLength > 2 * 65535 + 5)
-        fuzzFail("expected reply length out of range", p->replyLength);
+    const unsigned char *frame = reinterpret_cast<const unsigned char *>(p->frame.constData());
+    if (p->var.station == 0 && p->replyLength != 0)
+        fuzzFail("a broadcast waits for a reply", p->replyLength);
     if (p->var.remoteLink == 0 && PLC_driver.comInfo && PLC_driver.comInfo->remoteLink == 0) {
         // A controller frame carries its CRC-16, low byte first, over all
         // it holds while that fits the 16-bit length it is computed over.
         const int n = p->sendLength;
-        const unsigned char *f = reinterpret_cast<const unsigned char *>(p->frame.constData());
+        const unsigned char *f = frame;
         if (n < 4)
             fuzzFail("controller frame too short", n);
+        // The reply a read announces: header, count data units, CRC (the
+        // count as the request has it, modulo 2^32); a write's echo is 8.
+        const unsigned units = f[1] == 0x01 ? 1u : 2u;
+        const int expected = f[1] == 0x01 || f[1] == 0x03
+                                 ? int(units * unsigned(p->var.count) + 5u) : 8;
+        if (p->var.station != 0 && p->replyLength != expected)
+            fuzzFail("expected reply length", p->replyLength);
         const int crc = crc16(f, (n - 2) & 0xFFFF);
         if (f[n - 2] != (crc & 0xFF) || f[n - 1] != ((crc >> 8) & 0xFF))
             fuzzFail("controller frame with a bad CRC", crc);

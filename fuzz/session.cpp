@@ -358,10 +358,13 @@ bool Session::exchange(uint8_t fault)
     }
     if (!reply.isEmpty())
         arriving.push_back(reply);
+    bool none = false;  // a null reply pointer
     if (fault % 10 == 9) {
-        // The runtime's own mistake: any bytes, any length, unscreened.
+        // The runtime's own mistake: any bytes, any length, unscreened, or
+        // no reply record at all.
         handed = in_.bytes(64);
         length = (fault & 0x80) ? int(in_.u8()) - 8 : handed.size();
+        none = (fault & 0x40) != 0;
         trusted = true;
     } else if (p->replyLength != 0) {
         for (size_t i = 0; i < arriving.size(); ++i)
@@ -381,7 +384,9 @@ bool Session::exchange(uint8_t fault)
     const int owner = p->var.ownerType;
     const int expected = p->replyLength;
     const RW_VAR head = p->var;
-    const int code = DataCom(&handed, length)->result;
+    const int code = DataCom(none ? nullptr : &handed, length)->result;
+    if (none)
+        length = 0;  // a null reply is no reply
 
     if (!knownCode(code))
         fuzzFail("return code outside the table", code);
