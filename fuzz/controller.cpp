@@ -16,14 +16,17 @@ void closeReply(QByteArray &r)
 struct Request {
     bool valid = false;  // well formed and checksummed
     int station = 0;
-    int function = 0;    // the function the reply carries
+    int function = 0;  // the function the reply carries
     bool write = false;
-    int dataBytes = 0;   // reads: data bytes the reply carries
+    int dataBytes = 0;                     // reads: data bytes the reply carries
     unsigned char echo[4] = {0, 0, 0, 0};  // writes: bytes 2..5 of the reply
     bool refused = false;
 };
 
-int be16(const unsigned char *f) { return (f[0] << 8) | f[1]; }
+int be16(const unsigned char *f)
+{
+    return (f[0] << 8) | f[1];
+}
 
 Request parseLocal(const unsigned char *f, int n)
 {
@@ -55,12 +58,10 @@ Request parseLocal(const unsigned char *f, int n)
         break;
     case 0x10:
         r.write = true;
-        r.refused = quantity < 1 || quantity > 123 || f[6] != 2 * quantity || n != 9 + 2 * quantity ||
-                    address + quantity > 65536;
+        r.refused = quantity < 1 || quantity > 123 || f[6] != 2 * quantity ||
+                    n != 9 + 2 * quantity || address + quantity > 65536;
         break;
-    default:
-        r.refused = true;
-        break;
+    default: r.refused = true; break;
     }
     return r;
 }

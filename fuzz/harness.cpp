@@ -202,8 +202,8 @@ void checkFrame(const Protocol *p)
         // The reply a read announces: header, count data units, CRC (the
         // count as the request has it, modulo 2^32); a write's echo is 8.
         const unsigned units = f[1] == 0x01 ? 1u : 2u;
-        const int expected = f[1] == 0x01 || f[1] == 0x03
-                                 ? int(units * unsigned(p->var.count) + 5u) : 8;
+        const int expected =
+            f[1] == 0x01 || f[1] == 0x03 ? int(units * unsigned(p->var.count) + 5u) : 8;
         if (p->var.station != 0 && p->replyLength != expected)
             fuzzFail("expected reply length", p->replyLength);
         const int crc = crc16(f, (n - 2) & 0xFFFF);

@@ -26,7 +26,10 @@ bool knownCode(int code)
            (code >= 171 && code <= 182);
 }
 
-long long floorDiv8(long long v) { return v >= 0 ? v / 8 : -((-v + 7) / 8); }
+long long floorDiv8(long long v)
+{
+    return v >= 0 ? v / 8 : -((-v + 7) / 8);
+}
 
 // Bytes of an area's block that elements [first, first + count) occupy.
 void elementBytes(int areaType, long long first, long long count, long long &lo, long long &hi)
@@ -45,7 +48,13 @@ void elementBytes(int areaType, long long first, long long count, long long &lo,
 }  // namespace
 
 Session::Session(FuzzInput &in)
-    : in_(in), info_(resetDriver()), nextTag_(1), frameRemote_(false), bigWrite_(false), filled_(false), checkMirror_(true)
+    : in_(in),
+      info_(resetDriver()),
+      nextTag_(1),
+      frameRemote_(false),
+      bigWrite_(false),
+      filled_(false),
+      checkMirror_(true)
 {
     in.comInfo(*info_);
     SetComInfo(info_);
@@ -208,7 +217,8 @@ void Session::queueRequest(unsigned how)
         // queue: keep the scans within the budget.
         const long long size = PLC_driver.onceReadList.size();
         const long long unit = info_->blockUnits > 0 ? info_->blockUnits : 1LL << 40;
-        const long long pieces = (v.count > 0 ? (long long)v.count : 0) / (v.areaType <= 1 ? 1 : unit) + 1;
+        const long long pieces =
+            (v.count > 0 ? (long long)v.count : 0) / (v.areaType <= 1 ? 1 : unit) + 1;
         if (size < QueueLimit && pieces * (size + pieces) > ScanBudget)
             v.count = int(unit < 64 ? unit * 32 : 64);
     }
@@ -255,7 +265,8 @@ void Session::hostAccess(bool write)
         // One queued write per bit, or per block of blockUnits words, each
         // checked against the whole queue.
         const long long unit = isBitArea(areaType) || info_->blockUnits < 1 ? 1 : info_->blockUnits;
-        const long long writes = isBitArea(areaType) || info_->blockUnits > 0 ? (count + unit - 1) / unit : 1;
+        const long long writes =
+            isBitArea(areaType) || info_->blockUnits > 0 ? (count + unit - 1) / unit : 1;
         if (writes * (size + writes) > ScanBudget)
             count = int(unit * (ScanBudget / (size + 64) + 1));
     }
@@ -295,7 +306,14 @@ bool Session::exchange(uint8_t fault)
     if (size_t(d.writeList.size()) != writes_.size()) {
         if (p || d.currentKind != KindWrite || size_t(d.writeList.size()) + 1 != writes_.size())
             fuzzFail("a write left the queue without a frame", int(writes_.size()));
+        // The value still goes to the mirror, as for any write taken up.
+        const Entry dropped = writes_.front();
         writes_.pop_front();
+        long long lo = 0, hi = 0;
+        if (!info_->multiStation)
+            elementBytes(dropped.areaType, dropped.address, dropped.count, lo, hi);
+        checkMirror(dropped.areaType, lo, hi,
+                    "a dropped write changed the mirror outside its range");
     }
     verifyWrites("scheduling reordered the writes");
     if (fresh && p) {
@@ -353,8 +371,7 @@ bool Session::exchange(uint8_t fault)
         if (!reply.isEmpty())
             reply[in_.u8() % reply.size()] = char(reply.at(0) ^ (1 + in_.u8() % 255));
         break;
-    default:
-        break;
+    default: break;
     }
     if (!reply.isEmpty())
         arriving.push_back(reply);
@@ -398,8 +415,9 @@ bool Session::exchange(uint8_t fault)
             fuzzFail("a good reply changed the retry count", info_->retryCount);
     } else {
         // The band follows the reply, the code within it the requester.
-        const int band = length == 0 && expected != 0 ? 40
-                         : length != expected && expected != -1 ? 70 : 10;
+        const int band = length == 0 && expected != 0           ? 40
+                         : length != expected && expected != -1 ? 70
+                                                                : 10;
         if (code != 0 &&
             code != (local ? 0 : 100) + band + 1 + (owner >= 0 && owner <= 11 ? owner : 0))
             fuzzFail("error code for this reply", code);

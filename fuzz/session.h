@@ -91,14 +91,15 @@ private:
     FuzzInput &in_;
     ComInfo *info_;
     AreaGuard guard_;
-    Ledger writes_;               // writeList as of the last check
-    std::vector<char> landed_;    // by tag: the controller carried it out
+    Ledger writes_;             // writeList as of the last check
+    std::vector<char> landed_;  // by tag: the controller carried it out
     std::vector<Entry> scratch_;
     int nextTag_;
     bool frameRemote_;
-    bool bigWrite_;               // one write of this input may be huge
-    bool filled_;                 // fillWrites ran
-    bool checkMirror_;            // off while draining: a clean line, many frames            // the frame in flight is a remote-link frame
+    bool bigWrite_;     // one write of this input may be huge
+    bool filled_;       // fillWrites ran
+    bool checkMirror_;  // off while draining: a clean line, many frames            // the frame in
+                        // flight is a remote-link frame
     std::vector<QByteArray> late_;  // replies still on their way
     QByteArray fill_;
 };
