@@ -5,8 +5,11 @@
 
 #include <QByteArray>
 #include <QString>
+#include <climits>
 #include <cstddef>
 #include <cstdint>
+
+#include "driver/records.h"
 
 class FuzzInput {
 public:
@@ -16,6 +19,28 @@ public:
     uint8_t u8() { return pos_ < size_ ? data_[pos_++] : 0; }
     uint16_t u16() { return uint16_t(u8() | (u8() << 8)); }
     int32_t i32() { return int32_t(uint32_t(u16()) | (uint32_t(u16()) << 16)); }
+
+    // Any int, the values next to the limits and to 0 as often as the rest.
+    int word()
+    {
+        switch (u8() % 8) {
+        case 0: return INT_MAX - (u8() % 3);
+        case 1: return INT_MIN + (u8() % 3);
+        case 2: return int(u8() % 5) - 2;
+        case 3: return int(int8_t(u8()));
+        default: return i32();
+        }
+    }
+
+    // Every word of the runtime's record, each over the whole int range
+    // (small values common, so that ordinary links are fuzzed too).
+    void comInfo(ComInfo &info)
+    {
+        int *w = reinterpret_cast<int *>(&info);
+        const uint32_t wide = uint32_t(u16()) | (uint32_t(u8()) << 16);  // one bit per word
+        for (int i = 0; i < int(sizeof(ComInfo) / sizeof(int)); ++i)
+            w[i] = (wide >> i) & 1 ? word() : int(u8() % 4);
+    }
 
     // Up to `max` raw bytes, the length taken from the input.
     QByteArray bytes(int max)

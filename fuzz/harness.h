@@ -11,6 +11,10 @@
 // Stops the run with a message; libFuzzer then saves the input as a crash.
 [[noreturn]] void fuzzFail(const char *what, int detail = 0);
 
+// Counts one execution; about once a second the count goes to the file
+// named by RV_FUZZ_PROGRESS (scripts/fuzz shows it while a target runs).
+void countExecution();
+
 // The 26 blocks live side by side in one global object, so a write that
 // runs past one block lands in its neighbour with no redzone in between.
 // The guard remembers the whole area and, after an operation, names any
@@ -20,7 +24,11 @@ public:
     AreaGuard();
     void snapshot();
     void allow(int areaType);
+    // Forgets what was allowed, keeping the snapshot.
+    void allowNone();
     void allowAll();
+    // True when no block changed since the snapshot (one comparison).
+    bool unchanged() const;
     // Fails when a block not allowed changed since the snapshot.
     void check(const char *what) const;
     // Byte range [lo, hi) of the block of `areaType` that changed; false
@@ -38,12 +46,16 @@ int blockBytes(int areaType);
 
 // A reply a well-behaved controller would give to `p`: read data taken
 // from `fill` (repeated), a write echoed, CRC-16 fixed at the end. Empty
-// for a frame that expects no reply.
+// for a frame that expects no reply or more than a megabyte.
 QByteArray goodReply(const Protocol &p, const QByteArray &fill);
 
 // Hands `v` to one of the queuing entry points, chosen by `how`: a write,
 // a one-off read or a cyclic read, de-duplicating or appending as given.
 void queueRequest(RW_VAR &v, unsigned how);
+
+// CRC-16/MODBUS by table, the harness's own (the driver's is checked
+// against it, and it costs the fuzzer no traced branches).
+unsigned short crc16(const unsigned char *data, int n);
 
 // Checks a frame handed out by ComCommunication before it goes on the wire.
 void checkFrame(const Protocol *p);

@@ -1,6 +1,7 @@
 // SetRegisterData and GetRegisterData as a runtime with bugs of its own
 // would call them: any area name, type, address text, station, count and
-// value size, in both storage modes and both write modes.
+// value size, with every word of the record from the input (any int), in
+// both storage modes and both write modes.
 #include "fuzz_input.h"
 #include "harness.h"
 #include "support/driver_reset.h"
@@ -19,15 +20,20 @@ static void elementBytes(int areaType, int start, int count, int &lo, int &hi)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
+    countExecution();
     FuzzInput in(data, size);
     ComInfo *info = resetDriver();
-    info->blockUnits = in.u8() % 70;
+    in.comInfo(*info);
+    SetComInfo(info);
+    AreaGuard guard;
 
     for (int op = 0; op < 24 && !in.empty(); ++op) {
         const uint8_t how = in.u8();
-        info->multiStation = (how & 2) ? 1 : 0;
-        info->writeMode = (how & 4) ? 2 : 0;
-        info->defaultStation = (how & 8) ? 1 : 0;
+        // Storage and write mode flip between calls, as a runtime may.
+        if (how & 0x10)
+            info->multiStation = (how & 2) ? in.word() : 0;
+        if (how & 0x20)
+            info->writeMode = (how & 4) ? 2 : in.word();
         const int areaType = in.areaType();
         const QString name = in.areaName();
         const QString text = in.addressText(areaType);
@@ -41,11 +47,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
             count %= 1024;
         // Queued bit writes go one element at a time through the write
         // queue's linear repeat check: a whole area in one call is slow by
-        // design, so only the first call of an input may ask for that much.
-        if (info->writeMode == 2 && op > 0 && count > 512)
-            count %= 512;
+        // design, so the scans an input may cause are bounded.
+        const long long queued = PLC_driver.writeList.size();
+        if (info->writeMode == 2 && count > 64 && count * (queued + count) > 40000)
+            count = count % 64 + 1;
         const int parsed = StringAddressToInt(areaType, text);
-        AreaGuard guard;
+        guard.snapshot();
         const int pending = PLC_driver.writeList.size();
 
         if (how & 1) {
@@ -54,6 +61,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
                                           int(in.u8()) - 1, in.u8());
             if (parsed < 0 && (r != 0 || PLC_driver.writeList.size() != pending))
                 fuzzFail("negative address was not refused", r);
+            if (guard.unchanged())
+                continue;
             guard.allow(areaType);
             guard.check("a write touched another area");
             if (!info->multiStation && isArea(areaType)) {
@@ -81,5 +90,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         }
     }
     checkStore();
+    resetDriver();  // nothing left over that looks like a leak
     return 0;
 }
