@@ -58,6 +58,14 @@ inline void setCommError(bool on)
     __atomic_store_n(&PLC_driver.commError, on, __ATOMIC_RELAXED);
 }
 
+// The runtime's record; before SetComInfo the driver behaves as with an
+// all-zero record: shared mirror, local-only writes, station 0.
+inline const ComInfo &activeComInfo()
+{
+    static const ComInfo none;
+    return PLC_driver.comInfo ? *PLC_driver.comInfo : none;
+}
+
 RV_EXPORT void passRetValue(const RW_VAR &source, RW_VAR &destination);
 RV_EXPORT int StringAddressToInt(int areaType, QString addressText);
 

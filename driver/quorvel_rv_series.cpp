@@ -35,8 +35,7 @@ void passRetValue(const RW_VAR &source, RW_VAR &destination)
 
 int StringAddressToInt(int areaType, QString addressText)
 {
-    // X and Y addresses are written in octal on the controller.
-    return addressText.toInt(nullptr, (areaType == 0 || areaType == 1) ? 8 : 10);
+    return addressText.toInt(nullptr, addressBase(areaType));
 }
 
 extern "C" {

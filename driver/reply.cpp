@@ -2,8 +2,10 @@
 // finishing the request, call-backs and the return code.
 #include <climits>
 
+#include "call_back.h"
 #include "checksum.h"
 #include "driver_object.h"
+#include "frame_in_flight.h"
 #include "locks.h"
 #include "wrapping.h"
 #include "../localarea/store.h"
@@ -18,34 +20,86 @@ enum {
 // Results of CheckGetData.
 enum { ReplyBad = 0, ReplyData = 1, ReplyNoData = 2 };
 
-const Protocol *headFrame()
+// Owner type of a frame for the error codes; -1 for no frame.
+int ownerTypeOf(const Protocol *head)
 {
-    const QList<Protocol> &queue = PLC_driver.sendQueue;
-    return queue.isEmpty() ? nullptr : &queue.first();
+    return head ? head->var.ownerType : -1;
+}
+
+// The error band `base` plus the frame's owner type.
+int switchError(int base, int ownerType)
+{
+    return wrappingAdd(base, (ownerType >= 0 && ownerType <= 11) ? 1 + ownerType : 1);
+}
+
+int returnValue(int outcome, int ownerType)
+{
+    switch (outcome) {
+    case LocalGood: return 1;
+    case LocalCheckFailed: return switchError(10, ownerType);
+    case LocalNoReply: return switchError(40, ownerType);
+    case LocalWrongLength: return switchError(70, ownerType);
+    case RemoteGood: return 100;
+    case RemoteCheckFailed: return switchError(110, ownerType);
+    case RemoteNoReply: return switchError(140, ownerType);
+    case RemoteWrongLength: return switchError(170, ownerType);
+    default: return 200;
+    }
+}
+
+// CheckGetData for the reply to `head`.
+int checkReply(const Protocol &head, QByteArray *reply, int length)
+{
+    if (length == 0 && head.var.station == 0)
+        return ReplyNoData;  // broadcast: nothing to check
+    // The CRC needs two bytes and every byte it covers must have arrived.
+    if (!reply || length < 2 || length > reply->size())
+        return ReplyBad;
+    const unsigned char *bytes = reinterpret_cast<const unsigned char *>(reply->constData());
+    // Its count is 16 bits: a longer reply is checked over the low 16 bits
+    // of its length, and the CRC is still looked for in its last two bytes.
+    const int crc = CalCRC(const_cast<unsigned char *>(bytes), static_cast<unsigned short>(length - 2));
+    // The low order byte of the CRC comes first on the wire.
+    if (bytes[length - 2] != (crc & 0xFF) || bytes[length - 1] != ((crc >> 8) & 0xFF))
+        return ReplyBad;
+    switch (head.var.rwMode) {
+    case 0: return ReplyData;
+    case 1: return ReplyNoData;
+    default: return ReplyBad;
+    }
 }
 
 // The checks common to local and remote replies, as a local outcome number;
 // remote replies add RemoteGood to it. `check` gets CheckGetData's result.
-int classifyReply(QByteArray *reply, int length, int *check)
+int classifyReply(const Protocol &head, QByteArray *reply, int length, int *check)
 {
-    const Protocol *head = headFrame();
     *check = ReplyBad;
-    if (!head)
-        return LocalCheckFailed;
-    if (length == 0 && head->replyLength != 0)
+    if (length == 0 && head.replyLength != 0)
         return LocalNoReply;
-    if (length != head->replyLength && head->replyLength != -1)
+    if (length != head.replyLength && head.replyLength != -1)
         return LocalWrongLength;
-    *check = CheckGetData(reply, length);
+    *check = checkReply(head, reply, length);
     return *check == ReplyBad ? LocalCheckFailed : LocalGood;
 }
 
-struct CallBackCall {
-    bool pending = false;
-    int ownerType = 0;
-    int ownerId = 0;
-    int status = 0;
-};
+// Checks the reply to `head` and stores its data in the local area.
+int dealLocal(const Protocol &head, const ComInfo &info, QByteArray *reply, int length)
+{
+    int check;
+    const int outcome = classifyReply(head, reply, length, &check);
+    if (check == ReplyData) {
+        MutexHold hold(PLC_driver.areaMutex);
+        saveReply(head, info, reply);
+    }
+    return returnValue(outcome, head.var.ownerType);
+}
+
+// Remote replies are checked alike but never stored.
+int dealRemote(const Protocol &head, QByteArray *reply, int length)
+{
+    int check;
+    return returnValue(classifyReply(head, reply, length, &check) + RemoteGood, head.var.ownerType);
+}
 
 // Removes from `list` every request of `station`.
 void dropStation(QList<RW_VAR> &list, int station)
@@ -57,7 +111,7 @@ void dropStation(QList<RW_VAR> &list, int station)
 
 // Finishes the request in flight by the list it came from; a one-off read
 // may owe its requester a call-back.
-void finishRequest(bool local, CallBackCall *call)
+void finishRequest(bool local, OwedCallBack *call)
 {
     Quorvel_RV_Series &d = PLC_driver;
     switch (d.currentKind) {
@@ -75,12 +129,8 @@ void finishRequest(bool local, CallBackCall *call)
                 repeated = d.onceReadList.at(i).ownerType == once.ownerType &&
                            d.onceReadList.at(i).ownerId == once.ownerId;
             // A requester with another read still pending hears once, at the end.
-            if (local && !repeated) {
-                call->pending = true;
-                call->ownerType = once.ownerType;
-                call->ownerId = once.ownerId;
-                call->status = commErrorSet() ? 2 : 1;
-            }
+            if (local && !repeated)
+                call->owe(once, commErrorSet() ? 2 : 1);
             passRetValue(once, d.result);
             d.onceReadList.removeFirst();
         }
@@ -98,75 +148,41 @@ void finishRequest(bool local, CallBackCall *call)
 
 }  // namespace
 
+// The exported functions of the runtime's layout take no frame: they answer
+// for the frame in flight.
+
 int GetDriverReturnValue(int outcome)
 {
-    switch (outcome) {
-    case LocalGood: return 1;
-    case LocalCheckFailed: return SwitchErrorReturn(10);
-    case LocalNoReply: return SwitchErrorReturn(40);
-    case LocalWrongLength: return SwitchErrorReturn(70);
-    case RemoteGood: return 100;
-    case RemoteCheckFailed: return SwitchErrorReturn(110);
-    case RemoteNoReply: return SwitchErrorReturn(140);
-    case RemoteWrongLength: return SwitchErrorReturn(170);
-    default: return 200;
-    }
+    return returnValue(outcome, ownerTypeOf(frameInFlight()));
 }
 
 int SwitchErrorReturn(int base)
 {
-    const Protocol *head = headFrame();
-    const int ownerType = head ? head->var.ownerType : -1;
-    return wrappingAdd(base, (ownerType >= 0 && ownerType <= 11) ? 1 + ownerType : 1);
+    return switchError(base, ownerTypeOf(frameInFlight()));
 }
 
 int CheckGetData(QByteArray *reply, int length)
 {
-    const Protocol *head = headFrame();
-    if (!head)
-        return ReplyBad;
-    if (length == 0 && head->var.station == 0)
-        return ReplyNoData;  // broadcast: nothing to check
-    // The CRC needs two bytes and every byte it covers must have arrived.
-    if (!reply || length < 2 || length > reply->size())
-        return ReplyBad;
-    const unsigned char *bytes = reinterpret_cast<const unsigned char *>(reply->constData());
-    // Its count is 16 bits: a longer reply is checked over the low 16 bits
-    // of its length, and the CRC is still looked for in its last two bytes.
-    const int crc = CalCRC(const_cast<unsigned char *>(bytes), static_cast<unsigned short>(length - 2));
-    // The low order byte of the CRC comes first on the wire.
-    if (bytes[length - 2] != (crc & 0xFF) || bytes[length - 1] != ((crc >> 8) & 0xFF))
-        return ReplyBad;
-    switch (head->var.rwMode) {
-    case 0: return ReplyData;
-    case 1: return ReplyNoData;
-    default: return ReplyBad;
-    }
+    const Protocol *head = frameInFlight();
+    return head ? checkReply(*head, reply, length) : ReplyBad;
 }
 
 int DealDataOfLocalArea(QByteArray *reply, int length)
 {
-    int check;
-    const int outcome = classifyReply(reply, length, &check);
-    if (check == ReplyData) {
-        MutexHold hold(PLC_driver.areaMutex);
-        SaveToLocalDataErea(reply);
-    }
-    return GetDriverReturnValue(outcome);
+    const Protocol *head = frameInFlight();
+    return head ? dealLocal(*head, activeComInfo(), reply, length) : returnValue(LocalCheckFailed, -1);
 }
 
 int DealDataOfRemoteArea(QByteArray *reply, int length)
 {
-    int check;
-    // Remote replies are checked alike but never stored.
-    return GetDriverReturnValue(classifyReply(reply, length, &check) + RemoteGood);
+    const Protocol *head = frameInFlight();
+    return head ? dealRemote(*head, reply, length) : returnValue(RemoteCheckFailed, -1);
 }
 
 extern "C" RW_VAR *DataCom(QByteArray *reply, int length)
 {
     Quorvel_RV_Series &d = PLC_driver;
-    CallBackCall call;
-    int context = 0;
+    OwedCallBack call;
 
     // listMutex is held from here to the end: the runtime's other threads
     // rebuild the cyclic list and reset the scan counters under it.
@@ -179,8 +195,11 @@ extern "C" RW_VAR *DataCom(QByteArray *reply, int length)
         unlockMutex(d.listMutex);
         return &d.result;
     }
-    const bool local = d.sendQueue.first().var.linkNo == info->localLinkNo;
-    const int code = local ? DealDataOfLocalArea(reply, length) : DealDataOfRemoteArea(reply, length);
+    // The frame answered, looked up once; it stays at the head until the
+    // checks and the storing are done.
+    const Protocol &head = d.sendQueue.first();
+    const bool local = head.var.linkNo == info->localLinkNo;
+    const int code = local ? dealLocal(head, *info, reply, length) : dealRemote(head, reply, length);
 
     if (code != 1 && code != 100) {
         d.scanCounter = 0;
@@ -227,13 +246,9 @@ extern "C" RW_VAR *DataCom(QByteArray *reply, int length)
         }
     }
     d.result.result = code;
-    context = info->callbackContext;
-    const HostCallBack callback = d.callback;
+    call.address(d.callback, info->callbackContext);
     unlockMutex(d.listMutex);
 
-    // Made outside the lock, once the lists are final, so that the runtime
-    // may read values or queue new work from it.
-    if (call.pending && callback)
-        callback(context, call.ownerType, call.ownerId, call.status);
+    call.make();
     return &d.result;
 }

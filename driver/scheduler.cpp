@@ -1,23 +1,16 @@
 // Choice of the next request: writes first, then one-off reads, at most five
 // of either in a row, then one cyclic read. A frame still unanswered is
 // returned again, which is how retries happen.
+#include "call_back.h"
 #include "driver_object.h"
+#include "frame_builders.h"
 #include "locks.h"
-#include "../frames/frames.h"
 
 namespace {
 
 const int burstLimit = 5;
 
-typedef void (*FrameBuilder)(RW_VAR *);
-
-// A one-off read that can never be framed is finished as given up, so its
-// requester is not left waiting.
-struct DroppedOnceRead {
-    bool pending = false;
-    int ownerType = 0;
-    int ownerId = 0;
-};
+typedef bool (*FrameBuilder)(RW_VAR *, bool remote);
 
 bool sameOwnerPending(const QList<RW_VAR> &list, int ownerType, int ownerId)
 {
@@ -30,18 +23,15 @@ bool sameOwnerPending(const QList<RW_VAR> &list, int ownerType, int ownerId)
 // Builds the frame for the head of `list`. A head for which no frame can be
 // built (an area type the controller format has no frame for) would block
 // its list for ever, stopping all polling in the cyclic case: it is dropped.
-void buildHead(QList<RW_VAR> &list, FrameBuilder build, DroppedOnceRead *dropped)
+// A dropped one-off read is finished as given up, so its requester is not
+// left waiting.
+void buildHead(QList<RW_VAR> &list, FrameBuilder build, bool remote, OwedCallBack *dropped)
 {
-    Quorvel_RV_Series &d = PLC_driver;
-    build(&list.first());
-    if (!d.sendQueue.isEmpty())
+    if (build(&list.first(), remote))
         return;
     const RW_VAR head = list.takeFirst();
-    if (dropped && !sameOwnerPending(list, head.ownerType, head.ownerId)) {
-        dropped->pending = true;
-        dropped->ownerType = head.ownerType;
-        dropped->ownerId = head.ownerId;
-    }
+    if (dropped && !sameOwnerPending(list, head.ownerType, head.ownerId))
+        dropped->owe(head, 2);
 }
 
 }  // namespace
@@ -49,9 +39,8 @@ void buildHead(QList<RW_VAR> &list, FrameBuilder build, DroppedOnceRead *dropped
 extern "C" Protocol *ComCommunication()
 {
     Quorvel_RV_Series &d = PLC_driver;
-    DroppedOnceRead dropped;
+    OwedCallBack dropped;
     Protocol *next = nullptr;
-    int context = 0;
 
     lockMutex(d.listMutex);
     ComInfo *info = d.comInfo;
@@ -61,15 +50,15 @@ extern "C" Protocol *ComCommunication()
         const bool remote = info->remoteLink != 0;
         if (!d.writeList.isEmpty() && d.writeBurst < burstLimit) {
             d.currentKind = KindWrite;
-            buildHead(d.writeList, remote ? Remote_WriteVar : WriteRegister, nullptr);
+            buildHead(d.writeList, frameWrite, remote, nullptr);
             ++d.writeBurst;
         } else if (!d.onceReadList.isEmpty() && d.onceBurst < burstLimit) {
             d.currentKind = KindOnceRead;
-            buildHead(d.onceReadList, remote ? Remote_ReadVar : ReadRegister, &dropped);
+            buildHead(d.onceReadList, frameRead, remote, &dropped);
             ++d.onceBurst;
         } else if (!d.readList.isEmpty()) {
             d.currentKind = KindRead;
-            buildHead(d.readList, remote ? Remote_ReadVar : ReadRegister, nullptr);
+            buildHead(d.readList, frameRead, remote, nullptr);
             d.writeBurst = 0;
             d.onceBurst = 0;
         } else {
@@ -79,13 +68,10 @@ extern "C" Protocol *ComCommunication()
         }
         if (!d.sendQueue.isEmpty())
             next = &d.sendQueue.first();
-        context = info->callbackContext;
+        dropped.address(d.callback, info->callbackContext);
     }
-    const HostCallBack callback = d.callback;
     unlockMutex(d.listMutex);
 
-    // Outside the lock, so that the runtime may queue new work from it.
-    if (dropped.pending && callback)
-        callback(context, dropped.ownerType, dropped.ownerId, 2);
+    dropped.make();
     return next;
 }

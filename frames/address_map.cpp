@@ -1,5 +1,7 @@
 #include "address_map.h"
 
+#include "../localarea/areas.h"
+
 namespace {
 
 // X and Y are published in 14 segments of 64 elements, each moved by its
@@ -31,27 +33,11 @@ const Segment kSegments[] = {
     {0x2080, 0x3918, 0x4918},  // X20200..X20277
 };
 
-// Coil base of the bit areas M..SEM, indexed by area type; X and Y use the
-// segment table instead.
-const int kBitAreaBase[14] = {
-    0,       0,       0x0000 /* M */,  0x7000 /* S */,  0xA000 /* T */,  0xB000 /* C */,
-    0xC000 /* ET */,  0x9000 /* SM */, 0xC100 /* HM */, 0xD900 /* HS */, 0xE100 /* HT */,
-    0xE500 /* HC */,  0xE900 /* HSC */, 0xC080 /* SEM */,
-};
-
-// Register base of the word areas TD..FS, indexed by area type - 15. D
-// (type 14) sits at register 0 and has no entry.
-const int wordAreaBase[11] = {
-    0x8000 /* TD */,  0x9000 /* CD */, 0xC4C0 /* FD */,  0xA000 /* ETD */,
-    0x7000 /* SD */,  0xA080 /* HD */, 0xE4C0 /* SFD */, 0x5000 /* ID */,
-    0x6000 /* QD */,  0xB880 /* HSD */, 0xF4C0 /* FS */,
-};
-
 }  // namespace
 
 int BitElementToCoil(int areaType, int address)
 {
-    if (areaType == 0 || areaType == 1) {
+    if (isOctalArea(areaType)) {
         // The first segment is tested signed, so small negative addresses
         // land just below X0/Y0; the others by unsigned distance.
         for (unsigned i = 0; i < sizeof kSegments / sizeof kSegments[0]; ++i) {
@@ -66,17 +52,16 @@ int BitElementToCoil(int areaType, int address)
         }
         return address;  // outside every segment: sent as it is
     }
-    if (areaType >= 2 && areaType <= 13)
+    if (isBitArea(areaType))
         return static_cast<int>(static_cast<unsigned>(address) +
-                                static_cast<unsigned>(kBitAreaBase[areaType]));
+                                static_cast<unsigned>(areaBase(areaType)));
     return address;
 }
 
 int WordElementToRegister(int areaType, int address)
 {
-    const unsigned index = static_cast<unsigned>(areaType) - 15u;
-    if (index <= 10u)
+    if (isWordArea(areaType))
         return static_cast<int>(static_cast<unsigned>(address) +
-                                static_cast<unsigned>(wordAreaBase[index]));
+                                static_cast<unsigned>(areaBase(areaType)));
     return address;
 }

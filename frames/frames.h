@@ -1,20 +1,22 @@
-// Builders that turn one request into one queued Protocol on sendQueue.
-// Called by the scheduler with listMutex held and sendQueue empty.
+// Builders that turn one request into at most one queued Protocol on
+// sendQueue, each saying whether it queued one. Called with listMutex held
+// and sendQueue empty. The runtime's exported builders
+// (driver/frame_builders.h) wrap them and keep ComInfo's frame counters.
 #ifndef QUORVEL_RV_FRAMES_H
 #define QUORVEL_RV_FRAMES_H
 
-#include "../driver/export.h"
 #include "../driver/records.h"
 
-RV_EXPORT void ReadRegister(RW_VAR *var);
-RV_EXPORT void ReadBool(RW_VAR *var);
-RV_EXPORT void ReadAnalog(RW_VAR *var);
+bool buildRead(RW_VAR *var);       // by area: bits or words
+bool buildReadBits(RW_VAR *var);   // 0x01, count in bytes
+bool buildReadWords(RW_VAR *var);  // 0x03
 
-RV_EXPORT void WriteRegister(RW_VAR *var);
-RV_EXPORT void WriteBool(RW_VAR *var);
-RV_EXPORT void WriteAnalog(RW_VAR *var);
+// Writes also keep the local area, framed or not, while the link is up.
+bool buildWrite(RW_VAR *var);       // by area: bit or words
+bool buildWriteBit(RW_VAR *var);    // 0x05
+bool buildWriteWords(RW_VAR *var);  // 0x06 or 0x10
 
-RV_EXPORT void Remote_ReadVar(RW_VAR *var);
-RV_EXPORT void Remote_WriteVar(RW_VAR *var);
+bool buildRemoteRead(RW_VAR *var);
+bool buildRemoteWrite(RW_VAR *var);  // keeps the local area too
 
 #endif

@@ -5,6 +5,7 @@
 #include "../localarea/local_area.h"
 #include "address_map.h"
 #include "frame_queue.h"
+#include "wire.h"
 
 namespace {
 
@@ -12,7 +13,7 @@ namespace {
 // field keeps the low 16 bits of a larger one; the reply is still expected
 // for the whole count, so the controller's refusal reaches the runtime as
 // an error code.
-void queueRead(const RW_VAR &var, unsigned char function, int start, unsigned quantity)
+bool queueRead(const RW_VAR &var, unsigned char function, int start, unsigned quantity)
 {
     QByteArray frame;
     frame.reserve(8);
@@ -21,32 +22,29 @@ void queueRead(const RW_VAR &var, unsigned char function, int start, unsigned qu
     appendBigEndian(frame, static_cast<unsigned>(start) & 0xFFFF, 2);
     appendBigEndian(frame, quantity & 0xFFFF, 2);
     appendCrc(frame);
-    queueReadFrame(var, frame, function == 0x01);
+    return queueReadFrame(var, frame, function == 0x01);
 }
 
 }  // namespace
 
-void ReadRegister(RW_VAR *var)
+bool buildRead(RW_VAR *var)
 {
     if (!var)
-        return;
+        return false;
     if (isBitArea(var->areaType))
-        ReadBool(var);
-    else if (isWordArea(var->areaType))
-        ReadAnalog(var);
+        return buildReadBits(var);
+    return isWordArea(var->areaType) && buildReadWords(var);
 }
 
-void ReadBool(RW_VAR *var)
+bool buildReadBits(RW_VAR *var)
 {
     // count is in bytes: the controller answers exactly count data bytes.
-    if (var)
-        queueRead(*var, 0x01, BitElementToCoil(var->areaType, var->address),
-                  static_cast<unsigned>(var->count) * 8u);
+    return var && queueRead(*var, 0x01, BitElementToCoil(var->areaType, var->address),
+                            static_cast<unsigned>(var->count) * 8u);
 }
 
-void ReadAnalog(RW_VAR *var)
+bool buildReadWords(RW_VAR *var)
 {
-    if (var)
-        queueRead(*var, 0x03, WordElementToRegister(var->areaType, var->address),
-                  static_cast<unsigned>(var->count));
+    return var && queueRead(*var, 0x03, WordElementToRegister(var->areaType, var->address),
+                            static_cast<unsigned>(var->count));
 }

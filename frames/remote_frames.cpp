@@ -6,12 +6,12 @@
 #include "../localarea/local_area.h"
 #include "../localarea/store.h"
 #include "frame_queue.h"
+#include "wire.h"
 
 namespace {
 
 // Fixed part of the frame: the length byte and the request fields.
 const int headerBytes = 21;
-const int writeEchoLength = 8;
 
 QByteArray header(const RW_VAR &var)
 {
@@ -46,26 +46,26 @@ void closeFrame(QByteArray &frame)
 
 }  // namespace
 
-void Remote_ReadVar(RW_VAR *var)
+bool buildRemoteRead(RW_VAR *var)
 {
     if (!var)
-        return;
+        return false;
     // The far end answers as the controller would answer the register read.
     // A type that is no area is expected in the word shape, the shape the
     // address map also gives such types (register = element address).
     QByteArray frame = header(*var);
     closeFrame(frame);
-    queueReadFrame(*var, frame, isBitArea(var->areaType));
+    return queueReadFrame(*var, frame, isBitArea(var->areaType));
 }
 
-void Remote_WriteVar(RW_VAR *var)
+bool buildRemoteWrite(RW_VAR *var)
 {
     if (!var)
-        return;
+        return false;
     QByteArray frame = header(*var);
     frame.append(var->value);
     closeFrame(frame);
-    // The frame counters keep what the previous request left.
-    queueFrame(*var, frame, writeEchoLength, 0, 0, false);
+    queueFrame(*var, frame, writeEchoLength, 0, 0);
     WriteDataToLocal(var);
+    return true;
 }

@@ -7,6 +7,7 @@
 #include "../localarea/store.h"
 #include "address_map.h"
 #include "frame_queue.h"
+#include "wire.h"
 
 namespace {
 
@@ -15,10 +16,6 @@ namespace {
 // it; the frame still carries every register. Only a frame the panel could
 // not hold in memory (8 MiB of registers) is not built.
 const int maxWriteRegisters = 1 << 22;
-
-// Every write is echoed as station, function, address, value or quantity
-// and CRC.
-const int writeEchoLength = 8;
 
 void appendHeader(QByteArray &frame, const RW_VAR &var, unsigned char function, int address)
 {
@@ -29,23 +26,25 @@ void appendHeader(QByteArray &frame, const RW_VAR &var, unsigned char function, 
 
 }  // namespace
 
-void WriteRegister(RW_VAR *var)
+bool buildWrite(RW_VAR *var)
 {
     if (!var)
-        return;
+        return false;
+    bool queued = false;
     if (isBitArea(var->areaType))
-        WriteBool(var);
+        queued = buildWriteBit(var);
     else if (isWordArea(var->areaType))
-        WriteAnalog(var);
+        queued = buildWriteWords(var);
     // While the link is down the runtime's own write path keeps the mirror.
     if (!commErrorSet())
         WriteDataToLocal(var);
+    return queued;
 }
 
-void WriteBool(RW_VAR *var)
+bool buildWriteBit(RW_VAR *var)
 {
     if (!var)
-        return;
+        return false;
     // One coil per frame; only the value 1 switches it on.
     QByteArray frame;
     frame.reserve(8);
@@ -53,13 +52,13 @@ void WriteBool(RW_VAR *var)
     frame.append(static_cast<char>(valueByte(*var, 0) == 1 ? 0xFF : 0x00));
     frame.append('\0');
     appendCrc(frame);
-    queueFrame(*var, frame, writeEchoLength, 0, 0, true);
+    return queueFrame(*var, frame, writeEchoLength, 0, 0);
 }
 
-void WriteAnalog(RW_VAR *var)
+bool buildWriteWords(RW_VAR *var)
 {
     if (!var || var->count < 0 || var->count > maxWriteRegisters)
-        return;
+        return false;
     const int count = var->count;
     const int address = WordElementToRegister(var->areaType, var->address);
     QByteArray frame;
@@ -82,5 +81,5 @@ void WriteAnalog(RW_VAR *var)
     }
     // The CRC covers as many bytes as a 16-bit length reaches.
     appendCrc(frame);
-    queueFrame(*var, frame, writeEchoLength, 0, 0, true);
+    return queueFrame(*var, frame, writeEchoLength, 0, 0);
 }

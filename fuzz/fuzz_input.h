@@ -10,6 +10,7 @@
 #include <cstdint>
 
 #include "driver/records.h"
+#include "localarea/areas.h"
 
 class FuzzInput {
 public:
@@ -77,7 +78,7 @@ public:
     // An address text as a runtime would write it, or something that is not.
     QString addressText(int areaType)
     {
-        const int base = (areaType == 0 || areaType == 1) ? 8 : 10;
+        const int base = addressBase(areaType);
         switch (u8() % 6) {
         case 0: return QString(bytes(12));
         case 1: return QString::number(i32(), base);
@@ -88,11 +89,8 @@ public:
 
     QString areaName()
     {
-        static const char *const names[] = {"X",  "Y",   "M",   "S",  "T",  "C",  "ET",  "SM",  "HM",
-                                            "HS", "HT",  "HC",  "HSC", "SEM", "D", "TD",  "CD",  "FD",
-                                            "ETD", "SD", "HD",  "SFD", "ID",  "QD", "HSD", "FS"};
         const uint8_t b = u8();
-        return b < 26 ? QString(names[b]) : QString(bytes(4));
+        return b < AreaTypeCount ? QString(kAreas[b].name) : QString(bytes(4));
     }
 
 private:

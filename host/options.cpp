@@ -5,7 +5,7 @@
 #include <QFile>
 #include <QStringList>
 
-#include "localarea/local_area.h"
+#include "localarea/areas.h"
 
 namespace {
 

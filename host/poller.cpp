@@ -5,7 +5,7 @@
 #include <chrono>
 
 #include "examples/reply_screen.h"
-#include "localarea/local_area.h"
+#include "localarea/areas.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <QByteArray>
 #include <QDateTime>
 
-#include "localarea/local_area.h"
+#include "localarea/areas.h"
 #include "read_state.h"
 
 namespace {

@@ -3,14 +3,7 @@
 #include <QByteArray>
 #include <QStringList>
 
-#include "localarea/local_area.h"
-
 namespace {
-
-// Area names in area-type order; the type is the index.
-const char *const kAreaNames[AreaTypeCount] = {
-    "X",   "Y", "M",  "S",  "T",  "C",   "ET", "SM", "HM",  "HS", "HT", "HC",  "HSC",
-    "SEM", "D", "TD", "CD", "FD", "ETD", "SD", "HD", "SFD", "ID", "QD", "HSD", "FS"};
 
 // Largest element address we accept at all; the driver cuts at the area's end.
 const int kMaxAddress = 0xFFFF;
@@ -50,7 +43,7 @@ bool parseElement(const QString &text, int &type, int &address, QString &error)
         error = QString("unknown area '%1' in '%2'").arg(area, text);
         return false;
     }
-    if (!parseNumber(digits, isOctalArea(type) ? 8 : 10, address)) {
+    if (!parseNumber(digits, addressBase(type), address)) {
         error = isOctalArea(type)
                     ? QString("'%1': %2 addresses are octal (digits 0-7)").arg(text, area)
                     : QString("'%1': bad address '%2'").arg(text, digits);
@@ -100,24 +93,19 @@ bool splitFormat(QString &text, ValueFormat &format, bool &given, QString &error
 int areaTypeByName(const QString &name)
 {
     for (int t = 0; t < AreaTypeCount; ++t)
-        if (name == QLatin1String(kAreaNames[t]))
+        if (name == QLatin1String(kAreas[t].name))
             return t;
     return -1;
 }
 
 QString areaNameOf(int areaType)
 {
-    return isArea(areaType) ? QString(kAreaNames[areaType]) : QString();
-}
-
-bool isOctalArea(int areaType)
-{
-    return areaType == 0 || areaType == 1;
+    return isArea(areaType) ? QString(areaName(areaType)) : QString();
 }
 
 QString addressTextOf(int areaType, int address)
 {
-    return QString::number(address, isOctalArea(areaType) ? 8 : 10);
+    return QString::number(address, addressBase(areaType));
 }
 
 QString elementName(int areaType, int address)

@@ -8,14 +8,13 @@
 #include <QList>
 #include <QString>
 
+#include "localarea/areas.h"  // isOctalArea and the other facts of an area
 #include "value_format.h"
 
 // Area type for a name ("D" -> 14), or -1 for a name the controller lacks.
 int areaTypeByName(const QString &name);
 // Name of an area type ("D" for 14), empty for no area.
 QString areaNameOf(int areaType);
-// X and Y are numbered in octal.
-bool isOctalArea(int areaType);
 
 // The address as the controller writes it: octal for X/Y, decimal otherwise.
 QString addressTextOf(int areaType, int address);

@@ -2,7 +2,7 @@
 
 #include <QByteArray>
 
-#include "localarea/local_area.h"
+#include "localarea/areas.h"
 #include "poll_stats.h"
 
 namespace {

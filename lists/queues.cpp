@@ -4,7 +4,7 @@
 #include "../driver/driver_object.h"
 #include "../driver/locks.h"
 #include "../localarea/local_area.h"
-#include "read_list_passes.h"
+#include "pieces.h"
 
 namespace {
 
@@ -20,6 +20,78 @@ bool sameWriteTarget(const RW_VAR &a, const RW_VAR &b)
 bool sameOnceRead(const RW_VAR &a, const RW_VAR &b)
 {
     return a.ownerType == b.ownerType && a.ownerId == b.ownerId && sameWriteTarget(a, b);
+}
+
+// A one-off read in frame units: `total` units from `start`, cut into
+// pieces of `size`, piece k starting at start + step * k * size.
+struct FrameUnits {
+    long long start;
+    long long total;
+    long long size;
+    long long step;
+};
+
+// The station of a single-station link, the parsed address; false (and
+// nothing queued) for a negative address or station 0.
+bool normalise(RW_VAR &var, const ComInfo &info, int &address)
+{
+    if (info.multiStation == 0)
+        var.station = info.defaultStation;
+    address = StringAddressToInt(var.areaType, var.addressText);
+    if (address < 0 || var.station == 0)
+        return false;
+    var.spare1 = 0;
+    var.spare2 = 0;
+    return true;
+}
+
+// Registers for word areas, whole bytes from a byte boundary for bit areas;
+// the record takes the new address and count. Other types keep theirs.
+FrameUnits toFrameUnits(RW_VAR &var, const ComInfo &info, int address)
+{
+    FrameUnits u = {var.address, var.count, info.blockUnits, 1};
+    if (isWordArea(var.areaType)) {
+        u.start = address;
+        var.address = address;
+    } else if (isBitArea(var.areaType)) {
+        u.start = address & ~7;
+        u.total = ((address & 7) + (long long)var.count + 7) / 8;
+        var.address = int(u.start);
+        var.count = int(u.total);
+        u.step = 8;
+        if (isOctalArea(var.areaType))
+            u.size = 1;  // X and Y are read one byte per frame
+    }
+    return u;
+}
+
+// Appends each piece not already waiting, while the queue has room.
+void queuePieces(QList<RW_VAR> &list, RW_VAR &var, const FrameUnits &u)
+{
+    cutPieces(u.start, u.step, u.total, u.size, [&](int address, int count) {
+        if (list.size() >= QueueLimit)
+            return false;  // no later piece can enter
+        var.address = address;
+        var.count = count;
+        bool repeat = false;
+        for (int i = 0; i < list.size() && !repeat; ++i)
+            repeat = sameOnceRead(list.at(i), var);
+        if (!repeat)
+            list.append(var);
+        return true;
+    });
+}
+
+// The record ends on the last piece, queued or not, its address in the 32
+// bits the record has.
+void endOnLastPiece(RW_VAR &var, const FrameUnits &u)
+{
+    long long last;
+    const long long pieces = pieceCount(u.total, u.size, last);
+    if (pieces >= 1) {
+        var.address = int(static_cast<unsigned>(u.start + u.step * ((pieces - 1) * u.size)));
+        var.count = int(last);
+    }
 }
 
 }  // namespace
@@ -57,57 +129,13 @@ extern "C" int AddListOnceReadVar(RW_VAR *var, int mode)
         d.onceReadList.append(*var);
         return d.onceReadList.size();
     }
-    const ComInfo *info = d.comInfo;
-    if (!info)
+    int address;
+    if (!d.comInfo || !normalise(*var, *d.comInfo, address))
         return 0;
-    if (info->multiStation == 0)
-        var->station = info->defaultStation;
-    const int a = StringAddressToInt(var->areaType, var->addressText);
-    if (a < 0 || var->station == 0)
-        return 0;
-    var->spare1 = 0;
-    var->spare2 = 0;
-
-    // Bring the request into frame units: registers for word areas, whole
-    // bytes from a byte boundary for bit areas.
-    long long start = var->address;
-    long long total = var->count;
-    long long size = info->blockUnits;
-    long long step = 1;
-    if (isWordArea(var->areaType)) {
-        start = a;
-        var->address = a;
-    } else if (isBitArea(var->areaType)) {
-        start = a & ~7;
-        total = ((a & 7) + (long long)var->count + 7) / 8;
-        var->address = int(start);
-        var->count = int(total);
-        step = 8;
-        if (var->areaType <= 1)
-            size = 1;  // X and Y are read one byte per frame
-    }
+    const FrameUnits units = toFrameUnits(*var, *d.comInfo, address);
 
     MutexHold hold(d.listMutex);
-    QList<RW_VAR> &list = d.onceReadList;
-    cutPieces(start, step, total, size, [&](int address, int count) {
-        if (list.size() >= QueueLimit)
-            return false;  // no later piece can enter
-        var->address = address;
-        var->count = count;
-        bool repeat = false;
-        for (int i = 0; i < list.size() && !repeat; ++i)
-            repeat = sameOnceRead(list.at(i), *var);
-        if (!repeat)
-            list.append(*var);
-        return true;
-    });
-    // The record ends on the last piece, queued or not, its address in the
-    // 32 bits the record has.
-    long long last;
-    const long long pieces = pieceCount(total, size, last);
-    if (pieces >= 1) {
-        var->address = int(static_cast<unsigned>(start + step * ((pieces - 1) * size)));
-        var->count = int(last);
-    }
-    return list.size();
+    queuePieces(d.onceReadList, *var, units);
+    endOnLastPiece(*var, units);
+    return d.onceReadList.size();
 }

@@ -8,7 +8,7 @@
 
 #include "../driver/driver_object.h"
 #include "../localarea/local_area.h"
-#include "lists.h"
+#include "grouping_pass.h"
 #include "read_list_passes.h"
 
 namespace {

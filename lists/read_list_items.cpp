@@ -14,9 +14,7 @@ namespace {
 bool isBitName(const QString &name)
 {
     // Runs once per polled variable: compare the few characters directly
-    // instead of building and comparing fourteen strings.
-    static const char *const names[] = {"X",  "Y",  "M",  "S",  "T",  "C",   "ET",
-                                        "SM", "HM", "HS", "HT", "HC", "HSC", "SEM"};
+    // with the bit areas' names instead of building fourteen strings.
     const int n = name.size();
     if (n < 1 || n > 3)
         return false;
@@ -27,8 +25,8 @@ bool isBitName(const QString &name)
             return false;
         text[i] = char(c);
     }
-    for (unsigned i = 0; i < sizeof names / sizeof names[0]; ++i)
-        if (std::strcmp(text, names[i]) == 0)
+    for (int t = 0; t < FirstWordArea; ++t)
+        if (std::strcmp(text, kAreas[t].name) == 0)
             return true;
     return false;
 }
@@ -47,7 +45,7 @@ std::vector<Polled> pollVariables(const QList<VarInfo> &vars, bool withNames)
         p.areaType = item.areaType;
         p.station = item.station;
         p.bitName = withNames && isBitName(item.areaName);
-        p.fsName = withNames && item.areaName == QLatin1String("FS");
+        p.fsName = withNames && item.areaName == QLatin1String(kAreas[AreaTypeCount - 1].name);
     }
     return polled;
 }

@@ -7,7 +7,7 @@
 #include "../driver/driver_object.h"
 #include "../driver/locks.h"
 #include "../localarea/local_area.h"
-#include "lists.h"
+#include "grouping_pass.h"
 #include "prefetch.h"
 #include "read_key_set.h"
 #include "read_list_passes.h"
@@ -36,7 +36,7 @@ int mergeArea(const std::vector<Span> &pieces, const QList<VarInfo> &vars, const
               int station, int areaType, int blockUnits, int last)
 {
     const bool bits = isBitArea(areaType);
-    const bool grouped = areaType == 0 || areaType == 1;
+    const bool grouped = isOctalArea(areaType);
     const long long limit = bits ? 8LL * blockUnits : blockUnits;
     QList<RW_VAR> &readList = PLC_driver.readList;
     int block = -1;

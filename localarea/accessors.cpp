@@ -4,7 +4,7 @@
 
 #include <climits>
 
-#include "../driver/driver_object.h"
+#include "local_area.h"
 #include "reply_span.h"
 
 namespace {
@@ -23,12 +23,6 @@ bool growTo(QByteArray &out, long long needed)
 int inputSize(const QByteArray *in)
 {
     return in ? in->size() : 0;
-}
-
-// The frame whose reply is being stored, or null when nothing is in flight.
-const Protocol *headFrame()
-{
-    return PLC_driver.sendQueue.isEmpty() ? nullptr : &PLC_driver.sendQueue.at(0);
 }
 
 }  // namespace
@@ -137,18 +131,17 @@ void SetValue_32Bit(int start, unsigned short *words, QByteArray *in, int count)
     }
 }
 
-// The Save functions take their placement from the frame being answered and
-// their limits from that frame's area type, so a reply can never be stored
-// outside the block of the area it was asked for.
-void SaveBit_unsigned_char(QByteArray *reply, unsigned char *bits)
+// The reply is placed by the frame being answered and kept inside the area
+// of that frame's type, so it can never be stored outside the block of the
+// area it was asked for.
+void saveReplyBits(const Protocol &head, const QByteArray *reply, unsigned char *bits)
 {
-    const Protocol *head = headFrame();
-    if (!reply || !bits || !head || !isBitArea(head->var.areaType))
+    if (!reply || !bits || !isBitArea(head.var.areaType))
         return;
     ReplySpan span;
-    if (!replySpan(head->var.areaType, head->var.address, head->replyDataLength, span))
+    if (!replySpan(head.var.areaType, head.var.address, head.replyDataLength, span))
         return;
-    const long long h = head->replyHeaderLength;
+    const long long h = head.replyHeaderLength;
     const long long size = reply->size();
     const char *r = reply->constData();
     unsigned char *dest = bits + span.first / 8;
@@ -159,15 +152,14 @@ void SaveBit_unsigned_char(QByteArray *reply, unsigned char *bits)
     }
 }
 
-void SaveWord_unsigned_short(QByteArray *reply, unsigned short *words)
+void saveReplyWords(const Protocol &head, const QByteArray *reply, unsigned short *words)
 {
-    const Protocol *head = headFrame();
-    if (!reply || !words || !head || !isWordArea(head->var.areaType))
+    if (!reply || !words || !isWordArea(head.var.areaType))
         return;
     ReplySpan span;
-    if (!replySpan(head->var.areaType, head->var.address, head->replyDataLength / 2, span))
+    if (!replySpan(head.var.areaType, head.var.address, head.replyDataLength / 2, span))
         return;
-    const long long h = head->replyHeaderLength;
+    const long long h = head.replyHeaderLength;
     const long long size = reply->size();
     const unsigned char *r = reinterpret_cast<const unsigned char *>(reply->constData());
     unsigned short *dest = words + span.first;

@@ -3,19 +3,13 @@
 // local-only mode, applied to the local area alone.
 #include "../driver/driver_object.h"
 #include "../driver/locks.h"
+#include "../lists/pieces.h"
 #include "accessors.h"
-#include "storage_mode.h"
 #include "store.h"
 
 namespace {
 
 enum { QueueWrites = 2 };
-
-// Queued bit writes exist for Y to HSC only; X and SEM are read-only here.
-bool isQueuedBitArea(int areaType)
-{
-    return areaType >= 1 && areaType <= 12;
-}
 
 // Queues one write; while the controller is not answering, the frame
 // builder leaves the local area alone, so the value is applied here.
@@ -70,7 +64,7 @@ int GetRegisterData(QString, int areaType, QString addressText, int station, QBy
 
     Quorvel_RV_Series &d = PLC_driver;
     MutexHold hold(d.areaMutex);
-    if (!stationStoreInUse()) {
+    if (!usesStationStore(activeComInfo())) {
         if (isBitArea(areaType))
             GetBit_unsigned_char(*out, bitBlock(d.localArea, areaType), start, count);
         else
@@ -115,9 +109,9 @@ int SetRegisterData(QString areaName, int areaType, QString addressText, int sta
         return 1;
     }
 
-    const bool bits = isQueuedBitArea(areaType);
-    if ((!bits && !isWordArea(areaType)) || !clampToArea(areaType, start, count))
+    if (!takesQueuedWrite(areaType) || !clampToArea(areaType, start, count))
         return 0;
+    const bool bits = isBitArea(areaType);
 
     int pending = 0;
     if (bits) {
@@ -134,18 +128,17 @@ int SetRegisterData(QString areaName, int areaType, QString addressText, int sta
     // Words go in blocks of blockUnits; a block size below 1 means one
     // block for the whole count.
     const int unit = info.blockUnits > 0 ? info.blockUnits : count;
-    for (int done = 0; done < count;) {
-        const int words = qMin(unit, count - done);
-        request.address = start + done;
+    cutPieces(start, 1, count, unit, [&](int address, int words) {
+        request.address = address;
         request.count = words;
         request.value = QByteArray(2 * words, '\0');
-        const int from = 2 * done;
+        const int from = 2 * (address - start);
         const int available = qMin(2 * words, value->size() - from);
         for (int i = 0; i < available; ++i)
             request.value[i] = value->at(from + i);
         pending = queueWrite(request);
-        done += words;
-    }
+        return true;
+    });
     return pending;
 }
 

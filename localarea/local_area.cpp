@@ -4,35 +4,47 @@
 
 namespace {
 
-struct AreaInfo {
-    std::size_t offset;  // byte offset of the block in LocalArea
-    int capacity;        // elements
-};
-
-#define BLOCK(field, elements) {offsetof(LocalArea, field), elements}
-const AreaInfo areaTable[AreaTypeCount] = {
-    BLOCK(localX, 8384),  BLOCK(localY, 8384),  BLOCK(localM, 8000),   BLOCK(localS, 1024),
-    BLOCK(localT, 576),   BLOCK(localC, 576),   BLOCK(localET, 32),    BLOCK(localSM, 2048),
-    BLOCK(localHM, 960),  BLOCK(localHS, 128),  BLOCK(localHT, 96),    BLOCK(localHC, 96),
-    BLOCK(localHSC, 32),  BLOCK(localSEM, 32),  BLOCK(localD, 8000),   BLOCK(localTD, 576),
-    BLOCK(localCD, 576),  BLOCK(localFD, 6144), BLOCK(localETD, 32),   BLOCK(localSD, 4096),
-    BLOCK(localHD, 1000), BLOCK(localSFD, 2000), BLOCK(localID, 100),  BLOCK(localQD, 100),
-    BLOCK(localHSD, 500), BLOCK(localFS, 48),
+// Byte offset of each area's block in LocalArea; the capacities are the
+// area table's.
+#define BLOCK(field) offsetof(LocalArea, field)
+const std::size_t blockOffset[AreaTypeCount] = {
+    BLOCK(localX),  BLOCK(localY),   BLOCK(localM),  BLOCK(localS),   BLOCK(localT),
+    BLOCK(localC),  BLOCK(localET),  BLOCK(localSM), BLOCK(localHM),  BLOCK(localHS),
+    BLOCK(localHT), BLOCK(localHC),  BLOCK(localHSC), BLOCK(localSEM), BLOCK(localD),
+    BLOCK(localTD), BLOCK(localCD),  BLOCK(localFD), BLOCK(localETD), BLOCK(localSD),
+    BLOCK(localHD), BLOCK(localSFD), BLOCK(localID), BLOCK(localQD),  BLOCK(localHSD),
+    BLOCK(localFS),
 };
 #undef BLOCK
 
-}  // namespace
-
-int areaCapacity(int areaType)
+// Each block holds exactly its area's capacity: 8 bits a byte, or one word.
+constexpr bool blocksFitTable()
 {
-    return isArea(areaType) ? areaTable[areaType].capacity : 0;
+    const std::size_t sizes[AreaTypeCount] = {
+        sizeof(LocalArea::localX),  sizeof(LocalArea::localY),  sizeof(LocalArea::localM),   sizeof(LocalArea::localS),
+        sizeof(LocalArea::localT),  sizeof(LocalArea::localC),  sizeof(LocalArea::localET),  sizeof(LocalArea::localSM),
+        sizeof(LocalArea::localHM), sizeof(LocalArea::localHS), sizeof(LocalArea::localHT),  sizeof(LocalArea::localHC),
+        sizeof(LocalArea::localHSC), sizeof(LocalArea::localSEM), sizeof(LocalArea::localD), sizeof(LocalArea::localTD),
+        sizeof(LocalArea::localCD), sizeof(LocalArea::localFD), sizeof(LocalArea::localETD), sizeof(LocalArea::localSD),
+        sizeof(LocalArea::localHD), sizeof(LocalArea::localSFD), sizeof(LocalArea::localID), sizeof(LocalArea::localQD),
+        sizeof(LocalArea::localHSD), sizeof(LocalArea::localFS),
+    };
+    for (int t = 0; t < AreaTypeCount; ++t) {
+        const std::size_t capacity = std::size_t(kAreas[t].capacity);
+        if (sizes[t] != (t < FirstWordArea ? (capacity + 7) / 8 : 2 * capacity))
+            return false;
+    }
+    return true;
 }
+static_assert(blocksFitTable(), "every block holds its area's capacity");
+
+}  // namespace
 
 unsigned char *bitBlock(LocalArea &area, int areaType)
 {
     if (!isBitArea(areaType))
         return nullptr;
-    return reinterpret_cast<unsigned char *>(&area) + areaTable[areaType].offset;
+    return reinterpret_cast<unsigned char *>(&area) + blockOffset[areaType];
 }
 
 unsigned short *wordBlock(LocalArea &area, int areaType)
@@ -40,7 +52,7 @@ unsigned short *wordBlock(LocalArea &area, int areaType)
     if (!isWordArea(areaType))
         return nullptr;
     return reinterpret_cast<unsigned short *>(reinterpret_cast<unsigned char *>(&area) +
-                                              areaTable[areaType].offset);
+                                              blockOffset[areaType]);
 }
 
 bool clampToArea(int areaType, int start, int &count)

@@ -1,10 +1,13 @@
-// The mirror of the controller's element areas and the one table that says
-// which block belongs to an area type, how large it is and what it holds.
+// The mirror of the controller's element areas: which block belongs to an
+// area type, and the one bounds guard.
 #ifndef QUORVEL_RV_LOCAL_AREA_H
 #define QUORVEL_RV_LOCAL_AREA_H
 
-// 26 blocks in area-type order; bit blocks hold 8 elements per byte, word
-// blocks one 16-bit word per element in the processor's byte order.
+#include "areas.h"
+
+// 26 blocks in area-type order, each holding its area's capacity; bit
+// blocks hold 8 elements per byte, word blocks one 16-bit word per element
+// in the processor's byte order.
 struct LocalArea {
     unsigned char localX[1048];
     unsigned char localY[1048];
@@ -34,15 +37,6 @@ struct LocalArea {
     unsigned short localFS[48];
 };
 static_assert(sizeof(LocalArea) == 50140, "local area is 50140 bytes");
-
-enum { AreaTypeCount = 26, FirstWordArea = 14 };
-
-inline bool isBitArea(int areaType) { return areaType >= 0 && areaType < FirstWordArea; }
-inline bool isWordArea(int areaType) { return areaType >= FirstWordArea && areaType < AreaTypeCount; }
-inline bool isArea(int areaType) { return areaType >= 0 && areaType < AreaTypeCount; }
-
-// Capacity of an area in elements (bits or words); 0 for no area.
-int areaCapacity(int areaType);
 
 // The block of an area type inside `area`, or null when the type has no
 // block of that kind.

@@ -6,7 +6,6 @@
 #include "../driver/locks.h"
 #include "accessors.h"
 #include "reply_span.h"
-#include "storage_mode.h"
 
 namespace {
 
@@ -65,21 +64,18 @@ void writeToStationStore(const RW_VAR &var, int count)
 
 }  // namespace
 
-void SaveToLocalDataErea(QByteArray *reply)
+void saveReply(const Protocol &head, const ComInfo &info, QByteArray *reply)
 {
     Quorvel_RV_Series &d = PLC_driver;
-    if (!reply || d.sendQueue.isEmpty())
-        return;
-    const Protocol &head = d.sendQueue.at(0);
     const int t = head.var.areaType;
-    if (!isArea(t))
+    if (!reply || !isArea(t))
         return;
-    if (stationStoreInUse()) {
+    if (usesStationStore(info)) {
         saveToStationStore(*reply, head);
     } else if (isBitArea(t)) {
-        SaveBit_unsigned_char(reply, bitBlock(d.localArea, t));
+        saveReplyBits(head, reply, bitBlock(d.localArea, t));
     } else {
-        SaveWord_unsigned_short(reply, wordBlock(d.localArea, t));
+        saveReplyWords(head, reply, wordBlock(d.localArea, t));
     }
 }
 
@@ -93,7 +89,7 @@ void WriteDataToLocal(RW_VAR *var)
     int count = var->count;
     if (!clampToArea(t, var->address, count))
         return;
-    if (stationStoreInUse())
+    if (usesStationStore(activeComInfo()))
         writeToStationStore(*var, count);
     else if (isBitArea(t))
         SetBit_unsigned_char(var->address, bitBlock(d.localArea, t), &var->value, count);

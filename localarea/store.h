@@ -6,7 +6,17 @@
 #include "../driver/records.h"
 #include "extend_key.h"
 
-// Caller holds areaMutex; the head of sendQueue is the frame answered.
+// Non-zero multiStation keeps each station's values apart in extendList.
+inline bool usesStationStore(const ComInfo &info)
+{
+    return info.multiStation != 0;
+}
+
+// Caller holds areaMutex. Stores the reply to `head` (DataCom's frame in
+// flight) in the mirror or the per-station store, as `info` says.
+void saveReply(const Protocol &head, const ComInfo &info, QByteArray *reply);
+// The same for the frame in flight and the runtime's record; defined with
+// the frame in flight (driver/frame_in_flight.cpp).
 RV_EXPORT void SaveToLocalDataErea(QByteArray *reply);
 // Takes areaMutex itself.
 RV_EXPORT void WriteDataToLocal(RW_VAR *var);

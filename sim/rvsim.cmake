@@ -15,15 +15,3 @@ if(TARGET rv_modbus_server)
   target_compile_definitions(rvsim PRIVATE RV_VERSION="${PROJECT_VERSION}")
   target_link_libraries(rvsim PRIVATE rv_modbus_server rvpoll_core rv_static PkgConfig::SERIALPORT util)
 endif()
-
-# Its end-to-end test (tests/sim_test.cpp) runs the program on a
-# pseudo-terminal: native only, as the armhf build leaves the tools out.
-if(TARGET rvsim AND RV_BUILD_TESTS AND NOT CMAKE_CROSSCOMPILING)
-  find_package(GTest REQUIRED)
-  add_executable(sim_test ${PROJECT_SOURCE_DIR}/tests/sim_test.cpp)
-  target_link_libraries(sim_test PRIVATE rv_test_support GTest::Main)
-  target_compile_definitions(sim_test PRIVATE RVSIM_PATH="$<TARGET_FILE:rvsim>")
-  add_dependencies(sim_test rvsim)
-  add_test(NAME sim_test COMMAND sim_test)
-  set_tests_properties(sim_test PROPERTIES TIMEOUT 120)
-endif()

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "driver/driver_object.h"
-#include "frames/frames.h"
+#include "driver/frame_builders.h"
 #include "support/driver_reset.h"
 #include "support/frame_request.h"
 

@@ -6,7 +6,7 @@
 #include "driver/checksum.h"
 #include "driver/driver_object.h"
 #include "frames/address_map.h"
-#include "frames/frames.h"
+#include "driver/frame_builders.h"
 #include "support/driver_reset.h"
 #include "support/frame_request.h"
 #include "support/pty_peer.h"

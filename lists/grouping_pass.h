@@ -1,6 +1,7 @@
-// Write and one-off read queues, and the cyclic read-list rebuild.
-#ifndef QUORVEL_RV_LISTS_H
-#define QUORVEL_RV_LISTS_H
+// The grouping pass of the cyclic read-list rebuild and its helpers, as the
+// runtime's layout exports them.
+#ifndef QUORVEL_RV_GROUPING_PASS_H
+#define QUORVEL_RV_GROUPING_PASS_H
 
 #include <QList>
 
