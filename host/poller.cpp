@@ -2,6 +2,7 @@
 
 #include <stdio.h>
 
+#include <algorithm>
 #include <chrono>
 
 #include "examples/reply_screen.h"
@@ -222,8 +223,12 @@ bool Poller::exchange(Protocol *p)
 
 void Poller::noteBlock(const RW_VAR &r, int code)
 {
-    // Bit areas are read as whole bytes of 8 elements.
-    const int elements = isBitArea(r.areaType) ? 8 * r.count : r.count;
+    // Bit areas are read as whole bytes of 8 elements. The driver keeps
+    // nothing past an area's end, so a block's values stop there even when
+    // its request reaches further.
+    const long long asked = isBitArea(r.areaType) ? 8LL * r.count : r.count;
+    const int elements = int(
+        std::max(0LL, std::min(asked, (long long)areaCapacity(r.areaType) - r.address)));
     int at = 0;
     while (at < blockStates_.size() && !(blockStates_.at(at).station == r.station &&
                                          blockStates_.at(at).areaType == r.areaType &&

@@ -60,7 +60,8 @@ QStringList ReadState::problems(const QList<VarSpec> &vars, bool scanComplete) c
                          .arg(b.lastCode)
                          .arg(codeHint(b.lastCode));
     }
-    // Elements no block reads: the driver cut them at the area's end.
+    // Elements no block holds: past the area's end, where the driver keeps
+    // nothing.
     for (int i = 0; scanComplete && i < vars.size(); ++i) {
         const VarSpec &v = vars.at(i);
         const QStringList runs = unreadRuns(v, QString(), [&](int k) { return !blockOf(v, k); });
