@@ -1,11 +1,11 @@
 #include "sim_options.h"
 
-#include <ctype.h>
 #include <stdlib.h>
 
 #include <CLI/CLI.hpp>
 
 #include "element_range.h"
+#include "options.h"
 
 namespace {
 
@@ -45,18 +45,13 @@ std::string joined(const std::vector<std::string> &items)
     return text;
 }
 
-// none|even|odd or N|E|O, in any case.
-bool parseParity(std::string text, char &out)
+// none|even|odd or N|E|O, in any case: rvpoll's reading of a parity.
+bool parseParity(const std::string &text, char &out)
 {
-    for (char &c : text)
-        c = char(tolower(static_cast<unsigned char>(c)));
-    const char *const names[][2] = {{"n", "none"}, {"e", "even"}, {"o", "odd"}};
-    for (const auto &n : names)
-        if (text == n[0] || text == n[1]) {
-            out = char(toupper(n[0][0]));
-            return true;
-        }
-    return false;
+    const char parity = parityByName(QString::fromStdString(text));
+    if (parity)
+        out = parity;
+    return parity != 0;
 }
 
 bool markRefused(const std::vector<std::string> &ranges, ModbusServer::Refusals &r,
