@@ -195,6 +195,11 @@ bool Poller::exchange(Protocol *p)
             fprintf(stderr, "<screened out: does not answer this frame>\n");
         reply.clear();
     }
+    // The driver takes an exception reply for one of the wrong length; its
+    // code is the controller's own reason, kept for the report.
+    lastException_ = !screened && reply.size() >= 3 && (uchar(reply.at(1)) & 0x80)
+                         ? uchar(reply.at(2))
+                         : -1;
     {
         std::lock_guard<std::mutex> lock(mutex_);
         ++stats_.framesSent;
@@ -245,6 +250,7 @@ void Poller::noteBlock(const RW_VAR &r, int code)
     b.elements = elements;
     // A broadcast has no reply: nothing was read.
     b.lastCode = r.station == 0 ? -1 : code;
+    b.exception = b.good() ? -1 : lastException_;
     if (b.good()) {
         b.everRead = true;
         b.readAt = Clock::now();

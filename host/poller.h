@@ -24,6 +24,7 @@ struct BlockState {
     int address = 0;    // first element
     int elements = 0;   // elements the block reads
     int lastCode = -1;  // -1: not read yet
+    int exception = -1; // the controller's exception code when it refused the read
     bool everRead = false;
     std::chrono::steady_clock::time_point readAt;  // last good read
     bool holds(int st, int type, int element) const
@@ -87,6 +88,7 @@ private:
     int blocks_;
     bool trace_;
     bool linkMessages_ = true;
+    int lastException_ = -1;  // of the last reply, when it was an exception reply
     int intervalMs_;
     long long scanLimit_ = 0;
     std::function<void(const PollStats &)> onScan_;

@@ -54,6 +54,8 @@ QStringList ReadState::problems(const QList<VarSpec> &vars, bool scanComplete) c
         if (b.station == 0)
             lines << where +
                          ": station 0 is the broadcast address; it takes writes but cannot be read";
+        else if (b.exception >= 0)
+            lines << where + ": refused by the controller (" + exceptionMeaning(b.exception) + ")";
         else if (b.lastCode >= 0)
             lines << QString("%1: %2 (code %3): %4")
                          .arg(where, codeMeaning(b.lastCode))

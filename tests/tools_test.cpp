@@ -188,7 +188,9 @@ TEST(ToolsTest, ScansReturnTheSimulatorsValuesFromOneOrSeveralStations)
 
 TEST(ToolsTest, ValuesNeverReadAreNeverShownAsNumbers)
 {
-    Sim sim;
+    const std::string presets = scratchFile();
+    std::ofstream(presets) << "D100=1234\n";
+    Sim sim("--data " + presets + " --refuse D200-D209");
     ASSERT_FALSE(sim.path().empty()) << sim.output();
     const std::pair<std::string, std::vector<const char *>> cases[] = {
         // A silent station is given up without stopping the others.
@@ -202,6 +204,10 @@ TEST(ToolsTest, ValuesNeverReadAreNeverShownAsNumbers)
         {"D7998-D8001",
          {"D7998 |      0      0     --     --", "D8000-D8001: past the end of the D area",
           "never read: D8000-D8001"}},
+        // A preset reads back; a refused block gives the controller's reason.
+        {"D100 D200-D201",
+         {"D100 |   1234", "D200 |     --     --",
+          "refused by the controller (exception 0x02: illegal data address)"}},
         // Station 0 is the broadcast address.
         {"--station 0 D0", {"D0 |     --", "broadcast address"}},
     };
@@ -210,6 +216,7 @@ TEST(ToolsTest, ValuesNeverReadAreNeverShownAsNumbers)
         EXPECT_EQ(1, r.status) << c.first;
         EXPECT_EQ("", missing(r.out + r.err, c.second)) << c.first << ": " << r.out << r.err;
     }
+    unlink(presets.c_str());
 }
 
 TEST(ToolsTest, WritesLandInTheControllerAndReadBack)
