@@ -50,6 +50,7 @@ TEST(Queues, WriteReplacesPendingEqualWriteButNeverTheHead)
     const RW_VAR d100 = request(14, "100", 1, 1, 0, QByteArray("\x01\x00", 2));
     EXPECT_EQ(1, write(d100));
     EXPECT_EQ(2, write(d100));  // only the head so far: appended
+    EXPECT_EQ(2, write(d100));  // a repeat of the second replaces it
     for (int count = 1; count <= 3; ++count)
         write(request(14, "200", count));
     EXPECT_EQ(5, write(request(14, "100", 1, 1, 42, QByteArray("\x34\x12", 2))));
