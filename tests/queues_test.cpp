@@ -6,22 +6,9 @@
 #include <vector>
 
 #include "support/driver_reset.h"
+#include "support/frame_request.h"
 
 namespace {
-
-RW_VAR request(int areaType, const char *address, int count, int station = 1, int ownerId = 0,
-               const QByteArray &value = QByteArray())
-{
-    RW_VAR v;
-    v.areaType = areaType;
-    v.addressText = QString::fromLatin1(address);
-    v.address = v.addressText.toInt(nullptr, areaType <= 1 ? 8 : 10);
-    v.count = count;
-    v.station = station;
-    v.ownerId = ownerId;
-    v.value = value;
-    return v;
-}
 
 int write(RW_VAR v, int mode = 0)
 {
