@@ -44,9 +44,14 @@ TEST(Scheduler, UnframeableRequestsAreDroppedAndTheFrameInFlightComesAgain)
     badOnce.ownerType = 3;
     badOnce.ownerId = 42;
     AddListOnceReadVar(&badOnce, 1);
+    AddListOnceReadVar(&badOnce, 1);
+    badOnce.ownerId = 43;
+    AddListOnceReadVar(&badOnce, 1);
     EXPECT_EQ(ComCommunication(), nullptr);
+    EXPECT_TRUE(callbacks.isEmpty());  // its requester still has a read pending
+    EXPECT_TRUE(!ComCommunication() && !ComCommunication());
     EXPECT_TRUE(PLC_driver.onceReadList.isEmpty());
-    EXPECT_EQ(callbacks, QList<int>({3, 42, 2}));  // its requester hears it gave up
+    EXPECT_EQ(callbacks, QList<int>({3, 42, 2, 3, 43, 2}));  // each requester hears it gave up
 
     RW_VAR bad = request(30, 0, 1), good = request(14, 5, 1);
     AddListReadVar(&bad);
