@@ -74,15 +74,19 @@ TEST(Scheduler, BurstsOfFiveKeepEveryListMoving)
     AddListReadVar(&cyclic);
     for (int i = 0; i < 12; ++i)
         AddListWriteVar(&w, 1);
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 12; ++i)
         AddListOnceReadVar(&once, 1);
-    EXPECT_EQ(serve(19), QList<int>({1, 1, 1, 1, 1, 2, 2, 2, 0, 1, 1, 1, 1, 1, 0, 1, 1, 0, 0}));
+    EXPECT_EQ(serve(28), QList<int>({1, 1, 1, 1, 1, 2, 2, 2, 2, 2, 0, 1, 1, 1, 1, 1, 2, 2, 2, 2,
+                                     2, 0, 1, 1, 2, 2, 0, 0}));
 
-    // Eight writes and nothing else: after five the counters reset on an idle call.
+    // No cyclic list: after five of each the counters reset on an idle call.
     resetDriver();
-    for (int i = 0; i < 8; ++i)
+    for (int i = 0; i < 10; ++i) {
         AddListWriteVar(&w, 1);
-    EXPECT_EQ(serve(9), QList<int>({1, 1, 1, 1, 1, -1, 1, 1, 1}));
+        AddListOnceReadVar(&once, 1);
+    }
+    EXPECT_EQ(serve(21), QList<int>({1, 1, 1, 1, 1, 2, 2, 2, 2, 2, -1, 1, 1, 1, 1, 1, 2, 2, 2, 2,
+                                     2}));
 }
 
 TEST(Scheduler, RemoteLinkFramesEveryList)
