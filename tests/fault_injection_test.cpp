@@ -110,8 +110,7 @@ void runFaultyLine(const FaultKind &run, double rate)
 
     // Only a give-up after the last value was queued may have dropped it.
     for (auto it = lastValue.constBegin(); it != lastValue.constEnd(); ++it)
-        EXPECT_TRUE(plc.reg(it.key()) == it.value() ||
-                    lastGiveUp >= it.value())
+        EXPECT_TRUE(plc.reg(it.key()) == it.value() || lastGiveUp >= it.value())
             << "write to D" << it.key() << " lost";
     for (int a = 0; a < 32; ++a)
         EXPECT_EQ(PLC_driver.localArea.localD[a], 0x100 + a) << "D" << a;

@@ -48,9 +48,10 @@ TEST(Accessors, BitWriteRuleAndWordOrder)
 
 TEST(Accessors, GuardCutsEveryAreaAtItsEnd)
 {
-    const int capacities[] = {0,    8384, 8384, 8000, 1024, 576,  576,  32, 2048, 960,
-                              128,  96,   96,   32,   32,   8000, 576,  576, 6144, 32,
-                              4096, 1000, 2000, 100,  100,  500,  48,   0};
+    // Area types -1 to 26: no area, X to FS, no area.
+    const int capacities[] = {0,    8384, 8384, 8000, 1024, 576,  576, 32,  2048, 960,
+                              128,  96,   96,   32,   32,   8000, 576, 576, 6144, 32,
+                              4096, 1000, 2000, 100,  100,  500,  48,  0};
     for (int t = -1; t <= AreaTypeCount; ++t) {
         const int cap = capacities[t + 1];
         int last = 5, all = INT_MAX, huge = INT_MAX, neg = -3, one = 1;

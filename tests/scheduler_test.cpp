@@ -76,8 +76,8 @@ TEST(Scheduler, BurstsOfFiveKeepEveryListMoving)
         AddListWriteVar(&w, 1);
     for (int i = 0; i < 12; ++i)
         AddListOnceReadVar(&once, 1);
-    EXPECT_EQ(serve(28), QList<int>({1, 1, 1, 1, 1, 2, 2, 2, 2, 2, 0, 1, 1, 1, 1, 1, 2, 2, 2, 2,
-                                     2, 0, 1, 1, 2, 2, 0, 0}));
+    EXPECT_EQ(serve(28), QList<int>({1, 1, 1, 1, 1, 2, 2, 2, 2, 2, 0, 1, 1, 1,
+                                     1, 1, 2, 2, 2, 2, 2, 0, 1, 1, 2, 2, 0, 0}));
 
     // No cyclic list: after five of each the counters reset on an idle call.
     resetDriver();
@@ -85,8 +85,8 @@ TEST(Scheduler, BurstsOfFiveKeepEveryListMoving)
         AddListWriteVar(&w, 1);
         AddListOnceReadVar(&once, 1);
     }
-    EXPECT_EQ(serve(21), QList<int>({1, 1, 1, 1, 1, 2, 2, 2, 2, 2, -1, 1, 1, 1, 1, 1, 2, 2, 2, 2,
-                                     2}));
+    EXPECT_EQ(serve(21),
+              QList<int>({1, 1, 1, 1, 1, 2, 2, 2, 2, 2, -1, 1, 1, 1, 1, 1, 2, 2, 2, 2, 2}));
 }
 
 TEST(Scheduler, RemoteLinkFramesEveryList)

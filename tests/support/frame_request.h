@@ -20,8 +20,9 @@ inline RW_VAR request(int areaType, int address, int count, int station = 1,
 inline RW_VAR request(int areaType, const char *address, int count, int station = 1,
                       int ownerId = 0, const QByteArray &value = QByteArray())
 {
-    RW_VAR v = request(areaType, QString::fromLatin1(address).toInt(nullptr, areaType <= 1 ? 8 : 10),
-                       count, station, value);
+    RW_VAR v =
+        request(areaType, QString::fromLatin1(address).toInt(nullptr, areaType <= 1 ? 8 : 10),
+                count, station, value);
     v.addressText = QString::fromLatin1(address);
     v.ownerId = ownerId;
     return v;
