@@ -12,8 +12,8 @@
 
 #include <QMap>
 
-#include "frames/address_map.h"
 #include "support/driver_reset.h"
+#include "support/frame_request.h"
 #include "support/pty_peer.h"
 #include "support/variable.h"
 
@@ -52,7 +52,7 @@ void runFaultyLine(const FaultKind &run, double rate)
     callBackRepeats = 0;
     RegistCallBackFuncIntf(onCallBack, 7);
     for (int a = 0; a < 32; ++a)
-        plc.setRegister(WordElementToRegister(14, a), quint16(0x100 + a));
+        plc.setRegister(a, quint16(0x100 + a));  // D0 is register 0
     QList<VarInfo> vars = {variable("D", 14, "0", 32)};
     ReCreatReadVarList(&vars);
     Rates rates;
@@ -62,11 +62,7 @@ void runFaultyLine(const FaultKind &run, double rate)
     plc.setFaults(rates);
 
     // Writes to D40..D47 and one-off reads of D3..D4 between polling rounds.
-    RW_VAR once;
-    once.areaName = "D";
-    once.areaType = 14;
-    once.addressText = "3";
-    once.count = 2;
+    RW_VAR once = request(14, "3", 2);
     once.ownerType = OnceOwner;
     QMap<int, int> lastValue;  // address -> round of its last write
     QList<int> onceIds;
@@ -114,8 +110,7 @@ void runFaultyLine(const FaultKind &run, double rate)
 
     // Only a give-up after the last value was queued may have dropped it.
     for (auto it = lastValue.constBegin(); it != lastValue.constEnd(); ++it)
-        EXPECT_TRUE(plc.reg(WordElementToRegister(14, it.key())) == it.value() ||
-                    lastGiveUp >= it.value())
+        EXPECT_TRUE(plc.reg(it.key()) == it.value() || lastGiveUp >= it.value())
             << "write to D" << it.key() << " lost";
     for (int a = 0; a < 32; ++a)
         EXPECT_EQ(PLC_driver.localArea.localD[a], 0x100 + a) << "D" << a;

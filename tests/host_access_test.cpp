@@ -37,6 +37,9 @@ TEST(HostAccess, ReadsFromTheMirror)
     EXPECT_EQ(1, get(26, "0", keep, 1) & get(14, "0", keep, -5) & get(14, "8000", keep, 1));
     EXPECT_EQ(QByteArray("keep"), keep);
     EXPECT_EQ(0, GetRegisterData(QString(), 14, "0", 1, nullptr, 1));
+    int lb, lw, rwi;
+    FlashLocalRegister(&lb, &lw, &rwi);
+    EXPECT_TRUE(LB == &lb && LW == &lw && RWI == &rwi);
 }
 
 TEST(HostAccess, QueuedWritesSplitPadAndCut)
@@ -53,15 +56,18 @@ TEST(HostAccess, QueuedWritesSplitPadAndCut)
     EXPECT_EQ(7, q[2].station);
 
     resetDriver()->blockUnits = 0;
+    info->remoteLink = 1;
     EXPECT_EQ(1, set(14, "7998", QByteArray(), 1000));  // one block, cut to 2 words
     EXPECT_EQ(2, q[0].count);
     EXPECT_EQ(QByteArray(4, '\0'), q[0].value);
     EXPECT_EQ(4, set(2, "10", QByteArray("\x01\x00\x01", 3), 3));
     EXPECT_EQ(11, q[2].address);
     EXPECT_EQ(QByteArray("\x01", 1), q[3].value);
+    EXPECT_TRUE(q[3].count == 1 && q[3].remoteLink == 1);
+    EXPECT_EQ(5, set(1, "7", "\x01", 1));  // Y is written, X and SEM are not
     EXPECT_EQ(0, set(0, "0", "\x01", 1) | set(13, "0", "\x01", 1) | set(14, "0", "", -1));
     EXPECT_EQ(0, set(14, "8000", "", 1) | SetRegisterData("D", 14, "0", 1, nullptr, 1, 0, 0));
-    EXPECT_EQ(4, q.size());
+    EXPECT_EQ(5, q.size());
 
     setCommError(true);  // a silent controller: the value shows at once
     set(15, "5", QByteArray("\x34\x12", 2), 1);

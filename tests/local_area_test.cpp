@@ -30,21 +30,30 @@ TEST(Accessors, BitWriteRuleAndWordOrder)
     SetBit_unsigned_char(0, bits, &in, 5);  // only 1 sets; missing bytes keep bits
     EXPECT_EQ(0xF9, bits[0]);
 
-    unsigned short words[4] = {0, 0, 0, 0x7777};
-    QByteArray v("\x34\x12\x78\x56", 4), w, p32;
+    unsigned short sixteen[2] = {0x8001, 0x0002};
+    QByteArray b("k", 1);
+    GetBit_unsigned_short(b, sixteen, 15, 3);
+    EXPECT_EQ(QByteArray("\x01\x00\x01", 3), b);
+
+    unsigned short words[6] = {0, 0, 0, 0x7777, 0x0102, 0x0909};
+    QByteArray v("\x34\x12\x78\x56", 4), w, p32("kkkkkkkkkk", 10);
     SetValue_unsigned_short(1, words, &v, 3);
     GetWord_unsigned_short(w, words, 1, 3);
     EXPECT_EQ(QByteArray("\x34\x12\x78\x56\x77\x77", 6), w);
-    GetWord_32Bit(p32, words, 1, 3);  // high word first, odd last word dropped
-    EXPECT_EQ(QByteArray("\x78\x56\x34\x12", 4), p32);
+    GetWord_32Bit(p32, words, 1, 5);  // high word first, odd last word dropped, the rest kept
+    EXPECT_EQ(QByteArray("\x78\x56\x34\x12\x02\x01\x77\x77kk", 10), p32);
     SetValue_32Bit(0, words, &p32, 2);
     EXPECT_EQ(0x12345678u, unsigned(words[0]) << 16 | words[1]);
 }
 
 TEST(Accessors, GuardCutsEveryAreaAtItsEnd)
 {
+    // Area types -1 to 26: no area, X to FS, no area.
+    const int capacities[] = {0,    8384, 8384, 8000, 1024, 576,  576, 32,  2048, 960,
+                              128,  96,   96,   32,   32,   8000, 576, 576, 6144, 32,
+                              4096, 1000, 2000, 100,  100,  500,  48,  0};
     for (int t = -1; t <= AreaTypeCount; ++t) {
-        const int cap = areaCapacity(t);
+        const int cap = capacities[t + 1];
         int last = 5, all = INT_MAX, huge = INT_MAX, neg = -3, one = 1;
         EXPECT_EQ(cap > 0, clampToArea(t, cap - 1, last) && last == 1) << t;
         EXPECT_EQ(cap > 0, clampToArea(t, 0, all) && all == cap) << t;

@@ -4,37 +4,17 @@
 
 #include <atomic>
 #include <thread>
-#include <utility>
 
 #include <QList>
 #include <QMap>
 
 #include "driver/locks.h"
-#include "frames/address_map.h"
 #include "support/driver_reset.h"
 #include "support/frame_request.h"
 #include "support/pty_peer.h"
 #include "support/variable.h"
 
 namespace {
-
-QList<int> calls;
-void record(int, int ownerType, int ownerId, int status)
-{
-    calls << ownerType << ownerId << status;
-}
-
-// A one-off read of D`address` as the runtime asks for it.
-RW_VAR onceRead(const char *address, int ownerType, int ownerId)
-{
-    RW_VAR v;
-    v.areaType = 14;
-    v.addressText = address;
-    v.count = 1;
-    v.ownerType = ownerType;
-    v.ownerId = ownerId;
-    return v;
-}
 
 int pendingWork()
 {
@@ -50,73 +30,6 @@ QByteArray get(int areaType, const QString &address, int count, int station = 1)
 }
 
 }  // namespace
-
-TEST(PollingLoop, FaultsGiveBandCodesThenMixedTrafficFlowsAgain)
-{
-    PtyPeer peer;
-    ASSERT_TRUE(peer.ok());
-    ComInfo *info = resetDriver();
-    info->retryLimit = 2;
-    calls.clear();
-    RegistCallBackFuncIntf(record, 0);
-    ModbusServer &plc = peer.server();
-    for (int i = 0; i < 64; ++i)
-        plc.setRegister(i, uint16_t(1000 + i));
-    plc.setRegister(300, 0x0A0B);
-    RW_VAR cyclic = request(14, 0, 64);
-    AddListReadVar(&cyclic);
-
-    // Three failures in a row: two retries, then the give-up code of the band.
-    auto threeFailures = [&](ModbusServer::Fault fault) {
-        plc.failNext(fault, 3);
-        QList<int> codes;
-        for (int i = 0; i < 3; ++i)
-            codes << pollOnce(peer, 150);
-        return codes;
-    };
-    for (const auto &c : {std::make_pair(ModbusServer::FaultDrop, 40),
-                          std::make_pair(ModbusServer::FaultBadCrc, 10),
-                          std::make_pair(ModbusServer::FaultTruncate, 70)}) {
-        RW_VAR once = onceRead("300", 3, c.second);
-        AddListOnceReadVar(&once, 0);
-        QByteArray v("\x01\x00", 2);
-        SetRegisterData("D", 14, "400", 1, &v, 1, 0, 0);
-        // The write goes first and is given up, which drops the one-off read
-        // behind it without a call-back.
-        EXPECT_EQ(threeFailures(c.first), QList<int>({0, 0, c.second + 1}));
-        EXPECT_EQ(pendingWork(), 0);
-        EXPECT_TRUE(calls.isEmpty());
-        // A one-off read given up calls its requester back with status 2.
-        AddListOnceReadVar(&once, 0);
-        EXPECT_EQ(threeFailures(c.first), QList<int>({0, 0, c.second + 1 + 3}));
-        EXPECT_EQ(calls, QList<int>({3, c.second, 2}));
-        calls.clear();
-    }
-
-    // Clean line again: writes (more than one burst), a one-off read and the
-    // cyclic block all get through, and the requester hears status 1.
-    for (int i = 0; i < 12; ++i) {
-        QByteArray v = QByteArray().append(char(i)).append(char(0x50));
-        SetRegisterData("D", 14, QString::number(200 + i), 1, &v, 1, 0, 0);
-    }
-    QByteArray bits("\x01\x00\x01", 3);
-    SetRegisterData("M", 2, "100", 1, &bits, 3, 0, 0);
-    RW_VAR once = onceRead("300", 1, 11);
-    AddListOnceReadVar(&once, 0);
-    // scanComplete counts good replies of any kind, so it says nothing of
-    // the cyclic block yet; one more read after the queues drain.
-    for (int round = 0; round < 40 && pendingWork() > 0; ++round)
-        ASSERT_EQ(pollOnce(peer), 1) << "round " << round;
-    ASSERT_EQ(pollOnce(peer), 1);
-    EXPECT_EQ(info->scanComplete, 1);
-    for (int i = 0; i < 12; ++i)
-        EXPECT_EQ(plc.reg(200 + i), 0x5000 + i);
-    EXPECT_TRUE(plc.coil(100) && !plc.coil(101) && plc.coil(102));
-    for (int i = 0; i < 64; ++i)
-        EXPECT_EQ(PLC_driver.localArea.localD[i], 1000 + i);
-    EXPECT_EQ(get(14, "300", 1), QByteArray("\x0B\x0A", 2));
-    EXPECT_EQ(calls, QList<int>({1, 11, 1}));
-}
 
 TEST(PollingLoop, NoWriteLostWhileOtherThreadsWork)
 {
@@ -154,7 +67,7 @@ TEST(PollingLoop, NoWriteLostWhileOtherThreadsWork)
     });
     std::thread oncer([&] {
         for (int n = 0; !stop; ++n) {
-            RW_VAR o = onceRead("0", 1, n % 7);
+            RW_VAR o = request(14, "0", 1, 1, n % 7);
             AddListOnceReadVar(&o, 0);
             get(14, "0", 32);
             std::this_thread::yield();
@@ -176,14 +89,18 @@ TEST(PollingLoop, NoWriteLostWhileOtherThreadsWork)
 
 TEST(PollingLoop, RebuiltListReadsEveryVariable)
 {
-    const QList<VarInfo> vars =
-        QList<VarInfo>() << variable("D", 14, "0", 1, 1) << variable("D", 14, "5", 4, 2)
-                         << variable("D", 14, "100", 70, 1) << variable("TD", 15, "3", 1, 2)
-                         << variable("FS", 25, "47", 1, 1) << variable("HSD", 24, "490", 10, 1)
-                         << variable("M", 2, "3", 1, 1) << variable("M", 2, "5", 2, 2)
-                         << variable("M", 2, "40", 30, 1) << variable("S", 3, "1021", 3, 1)
-                         << variable("X", 0, "0", 16, 1) << variable("X", 0, "60", 8, 2)
-                         << variable("Y", 1, "10000", 8, 1) << variable("SEM", 13, "30", 2, 2);
+    // Each variable with the coil or register of its first element.
+    const struct {
+        VarInfo var;
+        int first;
+    } vars[] = {
+        {variable("D", 14, "0", 1, 1), 0},         {variable("D", 14, "5", 4, 2), 5},
+        {variable("D", 14, "100", 70, 1), 100},    {variable("TD", 15, "3", 1, 2), 0x8003},
+        {variable("FS", 25, "47", 1, 1), 0xF4EF},  {variable("HSD", 24, "490", 10, 1), 0xBA6A},
+        {variable("M", 2, "3", 1, 1), 3},          {variable("M", 2, "5", 2, 2), 5},
+        {variable("M", 2, "40", 30, 1), 40},       {variable("S", 3, "1021", 3, 1), 0x73FD},
+        {variable("X", 0, "0", 16, 1), 0x5000},    {variable("X", 0, "60", 8, 2), 0x5030},
+        {variable("Y", 1, "10000", 8, 1), 0x6100}, {variable("SEM", 13, "30", 2, 2), 0xC09E}};
     for (int multi = 0; multi <= 1; ++multi) {
         PtyPeer peer;
         ASSERT_TRUE(peer.ok());
@@ -196,23 +113,25 @@ TEST(PollingLoop, RebuiltListReadsEveryVariable)
         ComInfo *info = resetDriver();
         info->multiStation = multi;
         info->blockUnits = 8;
-        QList<VarInfo> list = vars;
+        QList<VarInfo> list;
+        for (const auto &v : vars)
+            list << v.var;
         ASSERT_GT(ReCreatReadVarList(&list), 0);
         for (int round = 0; round < PLC_driver.readList.size(); ++round)
             ASSERT_EQ(pollOnce(peer), 1) << "multiStation " << multi << " round " << round;
 
-        for (const VarInfo &v : vars) {
-            const int start = StringAddressToInt(v.areaType, v.addressText);
-            const QByteArray out = get(v.areaType, v.addressText, v.count, multi ? v.station : 1);
-            const bool bits = v.areaType < 14;
-            ASSERT_EQ(out.size(), bits ? v.count : 2 * v.count);
-            for (int i = 0; i < v.count; ++i) {
+        for (const auto &v : vars) {
+            const VarInfo &var = v.var;
+            const QByteArray out =
+                get(var.areaType, var.addressText, var.count, multi ? var.station : 1);
+            const bool bits = var.areaType < 14;
+            ASSERT_EQ(out.size(), bits ? var.count : 2 * var.count);
+            for (int i = 0; i < var.count; ++i) {
                 const int got =
                     bits ? out.at(i) : uchar(out.at(2 * i)) | uchar(out.at(2 * i + 1)) << 8;
-                const int want =
-                    bits ? plc.coil(BitElementToCoil(v.areaType, start + i))
-                         : plc.reg(WordElementToRegister(v.areaType, start + i) & 0xFFFF);
-                EXPECT_EQ(got, want) << v.areaName.toStdString() << start + i;
+                const int want = bits ? plc.coil(v.first + i) : plc.reg(v.first + i);
+                EXPECT_EQ(got, want)
+                    << var.areaName.toStdString() << var.addressText.toStdString() << " + " << i;
             }
         }
         if (multi) {  // a station nobody polled reads as zero

@@ -6,22 +6,9 @@
 #include <vector>
 
 #include "support/driver_reset.h"
+#include "support/frame_request.h"
 
 namespace {
-
-RW_VAR request(int areaType, const char *address, int count, int station = 1, int ownerId = 0,
-               const QByteArray &value = QByteArray())
-{
-    RW_VAR v;
-    v.areaType = areaType;
-    v.addressText = QString::fromLatin1(address);
-    v.address = v.addressText.toInt(nullptr, areaType <= 1 ? 8 : 10);
-    v.count = count;
-    v.station = station;
-    v.ownerId = ownerId;
-    v.value = value;
-    return v;
-}
 
 int write(RW_VAR v, int mode = 0)
 {
@@ -50,6 +37,7 @@ TEST(Queues, WriteReplacesPendingEqualWriteButNeverTheHead)
     const RW_VAR d100 = request(14, "100", 1, 1, 0, QByteArray("\x01\x00", 2));
     EXPECT_EQ(1, write(d100));
     EXPECT_EQ(2, write(d100));  // only the head so far: appended
+    EXPECT_EQ(2, write(d100));  // a repeat of the second replaces it
     for (int count = 1; count <= 3; ++count)
         write(request(14, "200", count));
     EXPECT_EQ(5, write(request(14, "100", 1, 1, 42, QByteArray("\x34\x12", 2))));

@@ -13,7 +13,6 @@
 #include "lists/read_list_passes.h"
 #include "localarea/local_area.h"
 #include "support/driver_reset.h"
-#include "support/replies.h"
 #include "support/variable.h"
 
 namespace {
@@ -125,19 +124,6 @@ TEST_F(ReadList, HostileListsGiveBoundedBlocksAndNeverHang)
             EXPECT_LT(PLC_driver.readList.size(), 3 * 65536);
         }
     }
-    // Rebuilt empty while a cyclic read is in flight: the reply is stored
-    // and nothing is finished.
-    info->multiStation = 0;
-    vars = {var(14, 900, 1)};
-    ReCreatReadVarList(&vars);
-    QByteArray reply = goodReplyFor(*ComCommunication(), QByteArray("\x00\x07", 2));
-    vars.clear();
-    EXPECT_EQ(0, ReCreatReadVarList(&vars));
-    EXPECT_EQ(1, DataCom(&reply, reply.size())->result);
-    EXPECT_EQ(7, PLC_driver.localArea.localD[900]);
-    EXPECT_TRUE(PLC_driver.readList.isEmpty());
-    EXPECT_EQ(nullptr, ComCommunication());
-
     // The exported helpers alone stay bounded too.
     RW_VAR v;
     v.address = INT_MAX - 1;
@@ -150,6 +136,18 @@ TEST_F(ReadList, HostileListsGiveBoundedBlocksAndNeverHang)
     WhetherGroup(5, -2, &v, &none);
     BitVarReCreat(&none, 8);
     EXPECT_TRUE(none.isEmpty());
+    PLC_driver.readList.clear();
+    for (int a : {0, 5, 30}) {
+        v.address = a;
+        v.count = a ? 4 : 3;
+        none << v;
+    }
+    BitVarReCreat(&none, 8);  // (0,3) and (5,4) merge and are cut at 8; (30,4) is too far
+    Blocks blocks;
+    for (const RW_VAR &p : PLC_driver.readList)
+        blocks.push_back({p.address, p.count});
+    EXPECT_EQ(Blocks({{0, 8}, {8, 1}, {30, 4}}), blocks);
+    none.clear();
     // WhetherGroup: a size of 0 gives one piece, also of nothing.
     v.address = 100;
     for (auto c : {std::make_pair(0, 0), std::make_pair(7, 0), std::make_pair(-5, -3)})

@@ -149,6 +149,11 @@ TEST(Reply, OneOffReadsCallBackOncePerRequesterOutsideTheLocks)
     answerGood();
     EXPECT_EQ(calls, QList<int>({77, 2, 9, 1, 2}));  // 2: the value bytes it read
     EXPECT_EQ(PLC_driver.writeList.size(), 1);       // and the write it queued
+    PLC_driver.writeList.clear();
+    info->retryLimit = 0;  // a one-off read given up: status 2
+    AddListOnceReadVar(&b, 1);
+    noAnswer();
+    EXPECT_EQ(calls.mid(5), QList<int>({77, 2, 9, 2, 2}));
 }
 
 TEST(Reply, GiveUpDropsTheStationsPendingWork)

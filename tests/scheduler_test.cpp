@@ -44,9 +44,14 @@ TEST(Scheduler, UnframeableRequestsAreDroppedAndTheFrameInFlightComesAgain)
     badOnce.ownerType = 3;
     badOnce.ownerId = 42;
     AddListOnceReadVar(&badOnce, 1);
+    AddListOnceReadVar(&badOnce, 1);
+    badOnce.ownerId = 43;
+    AddListOnceReadVar(&badOnce, 1);
     EXPECT_EQ(ComCommunication(), nullptr);
+    EXPECT_TRUE(callbacks.isEmpty());  // its requester still has a read pending
+    EXPECT_TRUE(!ComCommunication() && !ComCommunication());
     EXPECT_TRUE(PLC_driver.onceReadList.isEmpty());
-    EXPECT_EQ(callbacks, QList<int>({3, 42, 2}));  // its requester hears it gave up
+    EXPECT_EQ(callbacks, QList<int>({3, 42, 2, 3, 43, 2}));  // each requester hears it gave up
 
     RW_VAR bad = request(30, 0, 1), good = request(14, 5, 1);
     AddListReadVar(&bad);
@@ -69,15 +74,19 @@ TEST(Scheduler, BurstsOfFiveKeepEveryListMoving)
     AddListReadVar(&cyclic);
     for (int i = 0; i < 12; ++i)
         AddListWriteVar(&w, 1);
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 12; ++i)
         AddListOnceReadVar(&once, 1);
-    EXPECT_EQ(serve(19), QList<int>({1, 1, 1, 1, 1, 2, 2, 2, 0, 1, 1, 1, 1, 1, 0, 1, 1, 0, 0}));
+    EXPECT_EQ(serve(28), QList<int>({1, 1, 1, 1, 1, 2, 2, 2, 2, 2, 0, 1, 1, 1,
+                                     1, 1, 2, 2, 2, 2, 2, 0, 1, 1, 2, 2, 0, 0}));
 
-    // Eight writes and nothing else: after five the counters reset on an idle call.
+    // No cyclic list: after five of each the counters reset on an idle call.
     resetDriver();
-    for (int i = 0; i < 8; ++i)
+    for (int i = 0; i < 10; ++i) {
         AddListWriteVar(&w, 1);
-    EXPECT_EQ(serve(9), QList<int>({1, 1, 1, 1, 1, -1, 1, 1, 1}));
+        AddListOnceReadVar(&once, 1);
+    }
+    EXPECT_EQ(serve(21),
+              QList<int>({1, 1, 1, 1, 1, 2, 2, 2, 2, 2, -1, 1, 1, 1, 1, 1, 2, 2, 2, 2, 2}));
 }
 
 TEST(Scheduler, RemoteLinkFramesEveryList)
