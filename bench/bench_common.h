@@ -25,8 +25,8 @@ inline QByteArray registerReply(int station, int words, int seed = 0)
         r.append(char(v >> 8));
         r.append(char(v & 0xFF));
     }
-    const int crc = CalCRC(reinterpret_cast<unsigned char *>(r.data()),
-                           static_cast<unsigned short>(r.size()));
+    const int crc =
+        CalCRC(reinterpret_cast<unsigned char *>(r.data()), static_cast<unsigned short>(r.size()));
     r.append(char(crc & 0xFF));
     r.append(char((crc >> 8) & 0xFF));
     return r;
@@ -47,7 +47,10 @@ inline RW_VAR blockRead(int areaType, int address, int count, int station)
 }
 
 // Address text of a word element (decimal for every word area).
-inline QString wordText(int address) { return QString::number(address); }
+inline QString wordText(int address)
+{
+    return QString::number(address);
+}
 
 }  // namespace bench
 

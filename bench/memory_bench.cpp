@@ -27,9 +27,14 @@ long heapInUse()
 // two bit areas (Y written in octal, as the runtime hands it over).
 QList<VarInfo> polledSet(int variables)
 {
-    struct Area { int type; const char *name; int capacity; int base; };
-    const Area areas[4] = {{14, "D", 8000, 10}, {17, "FD", 6144, 10},
-                           {2, "M", 8000, 10}, {1, "Y", 8384, 8}};
+    struct Area {
+        int type;
+        const char *name;
+        int capacity;
+        int base;
+    };
+    const Area areas[4] = {
+        {14, "D", 8000, 10}, {17, "FD", 6144, 10}, {2, "M", 8000, 10}, {1, "Y", 8384, 8}};
     QList<VarInfo> vars;
     const int perArea = variables / 4;
     for (int a = 0; a < 4; ++a) {
@@ -98,8 +103,14 @@ void heapPerStationKeys(benchmark::State &state, bool filled)
     state.counters["keys"] = keys;
 }
 
-void BM_Heap_PerStationKeys(benchmark::State &state) { heapPerStationKeys(state, false); }
-void BM_Heap_PerStationKeysFilled(benchmark::State &state) { heapPerStationKeys(state, true); }
+void BM_Heap_PerStationKeys(benchmark::State &state)
+{
+    heapPerStationKeys(state, false);
+}
+void BM_Heap_PerStationKeysFilled(benchmark::State &state)
+{
+    heapPerStationKeys(state, true);
+}
 
 }  // namespace
 

@@ -43,12 +43,21 @@ void runRounds(benchmark::State &state, int multiStation, int words = kWords)
     state.SetItemsProcessed(state.iterations() * words);
 }
 
-void BM_PollRound_SharedMirror(benchmark::State &state) { runRounds(state, 0); }
-void BM_PollRound_PerStationStore(benchmark::State &state) { runRounds(state, 1); }
+void BM_PollRound_SharedMirror(benchmark::State &state)
+{
+    runRounds(state, 0);
+}
+void BM_PollRound_PerStationStore(benchmark::State &state)
+{
+    runRounds(state, 1);
+}
 
 // The round against the block's size, from one register to the most one
 // read frame carries.
-void BM_PollRound_Registers(benchmark::State &state) { runRounds(state, 0, int(state.range(0))); }
+void BM_PollRound_Registers(benchmark::State &state)
+{
+    runRounds(state, 0, int(state.range(0)));
+}
 
 // The per-station store's round with many other stations' keys already
 // stored: the cost must not grow with the store.

@@ -139,8 +139,7 @@ void BM_SetRegisterData_Queue1000(benchmark::State &state)
 }  // namespace
 
 BENCHMARK(BM_GetRegisterData_SharedMirror);
-BENCHMARK(BM_GetRegisterData_PerStationStore)
-    ->Arg(1000)->Arg(5000)->Arg(20000)->Arg(50000);
+BENCHMARK(BM_GetRegisterData_PerStationStore)->Arg(1000)->Arg(5000)->Arg(20000)->Arg(50000);
 BENCHMARK(BM_GetRegisterData_RandomKeys)->Arg(1000)->Arg(5000)->Arg(20000)->Arg(50000);
 BENCHMARK(BM_SetRegisterData_Queue1000)->Arg(1000);
 

@@ -53,8 +53,8 @@ struct ScanStats {
     long distinct = 0;   // frames that differ from every other of the scan
     double seconds = 0;  // per scan, averaged
     bool measured = true;
-    double processMs = 0;  // rvpoll only: start to exit, library load included
-    double cpuSeconds = 0; // client thread's CPU per scan, simulator excluded
+    double processMs = 0;   // rvpoll only: start to exit, library load included
+    double cpuSeconds = 0;  // client thread's CPU per scan, simulator excluded
 };
 
 // CPU time of the calling thread: unlike the wall clock it does not count
@@ -70,10 +70,15 @@ double threadCpuSeconds()
 // a typical panel: mostly single words and bits, some 32-bit pairs.
 std::vector<Var> scatteredVariables(int total)
 {
-    struct Area { int type; const char *name; int share; int capacity; int maxGap; };
-    const Area areas[] = {{14, "D", 35, 8000, 9},  {17, "FD", 15, 6144, 12},
-                          {19, "SD", 10, 4096, 7}, {20, "HD", 5, 1000, 4},
-                          {2, "M", 25, 8000, 20},  {1, "Y", 10, 8384, 30}};
+    struct Area {
+        int type;
+        const char *name;
+        int share;
+        int capacity;
+        int maxGap;
+    };
+    const Area areas[] = {{14, "D", 35, 8000, 9}, {17, "FD", 15, 6144, 12}, {19, "SD", 10, 4096, 7},
+                          {20, "HD", 5, 1000, 4}, {2, "M", 25, 8000, 20},   {1, "Y", 10, 8384, 30}};
     unsigned seed = 12345;
     std::vector<Var> vars;
     for (const Area &a : areas) {
@@ -92,10 +97,19 @@ std::vector<Var> scatteredVariables(int total)
     return vars;
 }
 
-uint16_t registerValue(int reg) { return uint16_t(reg * 7 + 3); }
-bool coilValue(int coil) { return coil % 3 == 0; }
+uint16_t registerValue(int reg)
+{
+    return uint16_t(reg * 7 + 3);
+}
+bool coilValue(int coil)
+{
+    return coil % 3 == 0;
+}
 
-bool isBit(int areaType) { return areaType < 14; }
+bool isBit(int areaType)
+{
+    return areaType < 14;
+}
 
 // Reads up to `want` bytes, giving up after a quiet line.
 int readReply(int fd, unsigned char *buf, int want)
@@ -148,7 +162,7 @@ ScanStats scanWithDriver(int fd, const std::vector<Var> &vars, int scans)
     const int perScan = PLC_driver.readList.size();
 
     ScanStats s;
-    std::set<std::tuple<int, int, int, int> > blocks;
+    std::set<std::tuple<int, int, int, int>> blocks;
     for (const RW_VAR &r : PLC_driver.readList)
         blocks.insert(std::make_tuple(r.station, r.areaType, r.address, r.count));
     s.distinct = long(blocks.size());
@@ -357,16 +371,16 @@ void printRow(const char *name, const ScanStats &s)
     char cpu[32] = "?";
     if (s.cpuSeconds >= 0)
         std::snprintf(cpu, sizeof cpu, "%.2f", s.cpuSeconds * 1e3);
-    std::printf("%-28s %8ld %10ld %12.2f %12s %12.1f %12.1f %12.1f %9ld\n", name, s.frames,
-                s.bytes, s.seconds * 1e3, cpu, lineSeconds(s, 9600) * 1e3,
-                lineSeconds(s, 19200) * 1e3, lineSeconds(s, 115200) * 1e3, s.failures);
+    std::printf("%-28s %8ld %10ld %12.2f %12s %12.1f %12.1f %12.1f %9ld\n", name, s.frames, s.bytes,
+                s.seconds * 1e3, cpu, lineSeconds(s, 9600) * 1e3, lineSeconds(s, 19200) * 1e3,
+                lineSeconds(s, 115200) * 1e3, s.failures);
 }
 
 void jsonRow(FILE *f, const char *key, const ScanStats &s, bool last)
 {
     if (s.bytes < 0) {
-        std::fprintf(f, "  \"%s\": {\"frames\": %ld, \"pty_ms\": %.3f, \"failures\": %ld}%s\n",
-                     key, s.frames, s.seconds * 1e3, s.failures, last ? "" : ",");
+        std::fprintf(f, "  \"%s\": {\"frames\": %ld, \"pty_ms\": %.3f, \"failures\": %ld}%s\n", key,
+                     s.frames, s.seconds * 1e3, s.failures, last ? "" : ",");
         return;
     }
     std::fprintf(f,
@@ -374,9 +388,8 @@ void jsonRow(FILE *f, const char *key, const ScanStats &s, bool last)
                  "\"line_ms_9600\": %.1f, \"line_ms_19200\": %.1f, \"line_ms_115200\": %.1f, "
                  "\"failures\": %ld}%s\n",
                  key, s.frames, s.bytes, s.seconds * 1e3, s.cpuSeconds * 1e3,
-                 lineSeconds(s, 9600) * 1e3,
-                 lineSeconds(s, 19200) * 1e3, lineSeconds(s, 115200) * 1e3, s.failures,
-                 last ? "" : ",");
+                 lineSeconds(s, 9600) * 1e3, lineSeconds(s, 19200) * 1e3,
+                 lineSeconds(s, 115200) * 1e3, s.failures, last ? "" : ",");
 }
 
 }  // namespace
@@ -400,7 +413,8 @@ int main(int argc, char **argv)
         else if (a == "--rvpoll" && i + 1 < argc)
             rvpoll = argv[++i];
         else {
-            std::fprintf(stderr, "usage: %s [--vars N] [--scans K] [--turnaround-ms T] [--json FILE] "
+            std::fprintf(stderr,
+                         "usage: %s [--vars N] [--scans K] [--turnaround-ms T] [--json FILE] "
                          "[--rvpoll PATH]\n",
                          argv[0]);
             return 2;
@@ -480,8 +494,8 @@ int main(int argc, char **argv)
         }
         std::fprintf(f, "  \"ratio_frames\": %.2f,\n  \"ratio_bytes\": %.2f,\n", frameRatio,
                      byteRatio);
-        std::fprintf(f, "  \"ratio_time\": %.2f,\n  \"driver_distinct_frames\": %ld,\n",
-                     timeRatio, driver.distinct);
+        std::fprintf(f, "  \"ratio_time\": %.2f,\n  \"driver_distinct_frames\": %ld,\n", timeRatio,
+                     driver.distinct);
         std::fprintf(f, "  \"values_differ\": %d\n}\n", differ);
         std::fclose(f);
     }

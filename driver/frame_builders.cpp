@@ -30,13 +30,37 @@ bool frameWrite(RW_VAR *var, bool remote)
     return remote ? buildRemoteWrite(var) : startFrameCount(buildWrite(var));
 }
 
-void ReadRegister(RW_VAR *var) { frameRead(var, false); }
-void ReadBool(RW_VAR *var) { startFrameCount(buildReadBits(var)); }
-void ReadAnalog(RW_VAR *var) { startFrameCount(buildReadWords(var)); }
+void ReadRegister(RW_VAR *var)
+{
+    frameRead(var, false);
+}
+void ReadBool(RW_VAR *var)
+{
+    startFrameCount(buildReadBits(var));
+}
+void ReadAnalog(RW_VAR *var)
+{
+    startFrameCount(buildReadWords(var));
+}
 
-void WriteRegister(RW_VAR *var) { frameWrite(var, false); }
-void WriteBool(RW_VAR *var) { startFrameCount(buildWriteBit(var)); }
-void WriteAnalog(RW_VAR *var) { startFrameCount(buildWriteWords(var)); }
+void WriteRegister(RW_VAR *var)
+{
+    frameWrite(var, false);
+}
+void WriteBool(RW_VAR *var)
+{
+    startFrameCount(buildWriteBit(var));
+}
+void WriteAnalog(RW_VAR *var)
+{
+    startFrameCount(buildWriteWords(var));
+}
 
-void Remote_ReadVar(RW_VAR *var) { frameRead(var, true); }
-void Remote_WriteVar(RW_VAR *var) { frameWrite(var, true); }
+void Remote_ReadVar(RW_VAR *var)
+{
+    frameRead(var, true);
+}
+void Remote_WriteVar(RW_VAR *var)
+{
+    frameWrite(var, true);
+}

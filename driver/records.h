@@ -24,17 +24,17 @@ struct RW_VAR {
     int count = 0;        // bytes for queued bit requests, registers for words
     int spare1 = 0;
     int spare2 = 0;
-    QByteArray value;     // bytes to write, or empty
+    QByteArray value;  // bytes to write, or empty
 };
 
 // One frame waiting to be sent and answered.
 struct Protocol {
-    QByteArray frame;          // complete bytes to send, checksum included
-    int sendLength = 0;        // bytes to send
-    int replyLength = 0;       // expected reply bytes; 0 none, -1 any length
-    int replyHeaderLength = 0; // reply bytes before the data
-    int replyDataLength = 0;   // data bytes in the reply
-    RW_VAR var;                // copy of the request the frame was built from
+    QByteArray frame;           // complete bytes to send, checksum included
+    int sendLength = 0;         // bytes to send
+    int replyLength = 0;        // expected reply bytes; 0 none, -1 any length
+    int replyHeaderLength = 0;  // reply bytes before the data
+    int replyDataLength = 0;    // data bytes in the reply
+    RW_VAR var;                 // copy of the request the frame was built from
     int reserved[3] = {0, 0, 0};
 };
 
@@ -45,21 +45,21 @@ struct ComInfo {
     int hostWord1 = 0;
     int hostWord2 = 0;
     int hostWord3 = 0;
-    int blockUnits = 0;       // 4: most units one request frame may cover
+    int blockUnits = 0;  // 4: most units one request frame may cover
     int hostWord5 = 0;
-    int defaultStation = 0;   // 6
-    int retryLimit = 0;       // 7: failures tolerated before a give-up
-    int retryCount = 0;       // 8: failures since the last give-up
-    int multiStation = 0;     // 9: non-zero keeps per-request stations
-    int spareA = 0;           // 10
-    int framesPerRequest = 0; // 11
-    int framesDone = 0;       // 12
-    int spareB = 0;           // 13
-    int remoteLink = 0;       // 14: non-zero frames requests for the remote link
-    int localLinkNo = 0;      // 15: replies to this link number are local
-    int writeMode = 0;        // 16: 2 queues writes, else local area only
-    int scanComplete = 0;     // 17
-    int callbackContext = 0;  // 18: first argument of every call-back
+    int defaultStation = 0;    // 6
+    int retryLimit = 0;        // 7: failures tolerated before a give-up
+    int retryCount = 0;        // 8: failures since the last give-up
+    int multiStation = 0;      // 9: non-zero keeps per-request stations
+    int spareA = 0;            // 10
+    int framesPerRequest = 0;  // 11
+    int framesDone = 0;        // 12
+    int spareB = 0;            // 13
+    int remoteLink = 0;        // 14: non-zero frames requests for the remote link
+    int localLinkNo = 0;       // 15: replies to this link number are local
+    int writeMode = 0;         // 16: 2 queues writes, else local area only
+    int scanComplete = 0;      // 17
+    int callbackContext = 0;   // 18: first argument of every call-back
 };
 
 // One entry of the per-station store.

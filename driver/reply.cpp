@@ -14,8 +14,14 @@ namespace {
 
 // Outcome numbers of GetDriverReturnValue.
 enum {
-    LocalGood = 0, LocalCheckFailed = 1, LocalNoReply = 2, LocalWrongLength = 3,
-    RemoteGood = 4, RemoteCheckFailed = 5, RemoteNoReply = 6, RemoteWrongLength = 7
+    LocalGood = 0,
+    LocalCheckFailed = 1,
+    LocalNoReply = 2,
+    LocalWrongLength = 3,
+    RemoteGood = 4,
+    RemoteCheckFailed = 5,
+    RemoteNoReply = 6,
+    RemoteWrongLength = 7
 };
 // Results of CheckGetData.
 enum { ReplyBad = 0, ReplyData = 1, ReplyNoData = 2 };
@@ -58,7 +64,8 @@ int checkReply(const Protocol &head, QByteArray *reply, int length)
     const unsigned char *bytes = reinterpret_cast<const unsigned char *>(reply->constData());
     // Its count is 16 bits: a longer reply is checked over the low 16 bits
     // of its length, and the CRC is still looked for in its last two bytes.
-    const int crc = CalCRC(const_cast<unsigned char *>(bytes), static_cast<unsigned short>(length - 2));
+    const int crc =
+        CalCRC(const_cast<unsigned char *>(bytes), static_cast<unsigned short>(length - 2));
     // The low order byte of the CRC comes first on the wire.
     if (bytes[length - 2] != (crc & 0xFF) || bytes[length - 1] != ((crc >> 8) & 0xFF))
         return ReplyBad;
@@ -141,8 +148,7 @@ void finishRequest(bool local, OwedCallBack *call)
             d.readList.append(d.readList.takeFirst());
         }
         break;
-    default:
-        break;
+    default: break;
     }
 }
 
@@ -170,7 +176,8 @@ int CheckGetData(QByteArray *reply, int length)
 int DealDataOfLocalArea(QByteArray *reply, int length)
 {
     const Protocol *head = frameInFlight();
-    return head ? dealLocal(*head, activeComInfo(), reply, length) : returnValue(LocalCheckFailed, -1);
+    return head ? dealLocal(*head, activeComInfo(), reply, length)
+                : returnValue(LocalCheckFailed, -1);
 }
 
 int DealDataOfRemoteArea(QByteArray *reply, int length)
@@ -199,7 +206,8 @@ extern "C" RW_VAR *DataCom(QByteArray *reply, int length)
     // checks and the storing are done.
     const Protocol &head = d.sendQueue.first();
     const bool local = head.var.linkNo == info->localLinkNo;
-    const int code = local ? dealLocal(head, *info, reply, length) : dealRemote(head, reply, length);
+    const int code =
+        local ? dealLocal(head, *info, reply, length) : dealRemote(head, reply, length);
 
     if (code != 1 && code != 100) {
         d.scanCounter = 0;

@@ -19,18 +19,11 @@ const int kSegmentSize = 64;
 const Segment kSegments[] = {
     {0x0000, 0x5000, 0x6000},  // X0..X77
     {0x1000, 0x4100, 0x5100},  // X10000..X10077
-    {0x1040, 0x4124, 0x5124},
-    {0x1080, 0x4148, 0x5148},
-    {0x10C0, 0x416C, 0x516C},
-    {0x1100, 0x4190, 0x5190},
-    {0x1140, 0x41B4, 0x51B4},
-    {0x1180, 0x41D8, 0x51D8},
-    {0x11C0, 0x41FC, 0x51FC},
-    {0x1200, 0x4220, 0x5220},
-    {0x1240, 0x4244, 0x5244},  // X11100..X11177
-    {0x2000, 0x38D0, 0x48D0},  // X20000..X20077
-    {0x2040, 0x38F4, 0x48F4},
-    {0x2080, 0x3918, 0x4918},  // X20200..X20277
+    {0x1040, 0x4124, 0x5124}, {0x1080, 0x4148, 0x5148}, {0x10C0, 0x416C, 0x516C},
+    {0x1100, 0x4190, 0x5190}, {0x1140, 0x41B4, 0x51B4}, {0x1180, 0x41D8, 0x51D8},
+    {0x11C0, 0x41FC, 0x51FC}, {0x1200, 0x4220, 0x5220}, {0x1240, 0x4244, 0x5244},  // X11100..X11177
+    {0x2000, 0x38D0, 0x48D0},                                                      // X20000..X20077
+    {0x2040, 0x38F4, 0x48F4}, {0x2080, 0x3918, 0x4918},                            // X20200..X20277
 };
 
 }  // namespace
@@ -47,8 +40,9 @@ int BitElementToCoil(int areaType, int address)
                        : static_cast<unsigned>(address) - static_cast<unsigned>(s.start) <
                              static_cast<unsigned>(kSegmentSize);
             if (inside)
-                return static_cast<int>(static_cast<unsigned>(address) +
-                                        static_cast<unsigned>(areaType == 0 ? s.xOffset : s.yOffset));
+                return static_cast<int>(
+                    static_cast<unsigned>(address) +
+                    static_cast<unsigned>(areaType == 0 ? s.xOffset : s.yOffset));
         }
         return address;  // outside every segment: sent as it is
     }

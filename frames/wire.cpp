@@ -20,7 +20,7 @@ void appendBigEndian(QByteArray &frame, unsigned int value, int bytes)
 unsigned char valueByte(const RW_VAR &var, int index)
 {
     return index >= 0 && index < var.value.size() ? static_cast<unsigned char>(var.value.at(index))
-                                                   : 0;
+                                                  : 0;
 }
 
 int readDataBytes(bool bitArea, int count)

@@ -5,7 +5,6 @@
 #include <ctime>
 #include <string>
 
-
 void fuzzFail(const char *what, int detail)
 {
     std::fprintf(stderr, "fuzz check failed: %s (%d)\n", what, detail);

@@ -49,7 +49,10 @@ Sample sample()
 
 std::atomic<bool> stopping(false);
 std::atomic<long> callBacks(0);
-void onCallBack(int, int, int, int) { ++callBacks; }
+void onCallBack(int, int, int, int)
+{
+    ++callBacks;
+}
 
 // Writes to a fixed set of addresses on both stations, so the store's key
 // set stops growing once each has been touched.
@@ -61,7 +64,8 @@ void writer(unsigned seed, std::atomic<long> *writes)
         v.append(char(rng())).append(char(rng()));
         const int station = 1 + int(rng() % 2);
         if (rng() % 2)
-            SetRegisterData("D", 14, QString::number(300 + rng() % 64), station, &v, 1, 1, int(rng() % 100));
+            SetRegisterData("D", 14, QString::number(300 + rng() % 64), station, &v, 1, 1,
+                            int(rng() % 100));
         else
             SetRegisterData("M", 2, QString::number(rng() % 128), station, &v, 1, 1, 0);
         RW_VAR once;

@@ -11,26 +11,26 @@
 
 struct PollOptions {
     LinkSettings link;
-    int station = 1;        // ComInfo defaultStation
-    int retries = 2;        // ComInfo retryLimit
-    int blockUnits = 64;    // ComInfo blockUnits
+    int station = 1;      // ComInfo defaultStation
+    int retries = 2;      // ComInfo retryLimit
+    int blockUnits = 64;  // ComInfo blockUnits
     bool multiStation = false;
     QList<VarSpec> vars;
     QList<WriteSpec> writes;
     bool once = false;
-    long long scans = 0;       // stop after this many scans; 0 = run on
-    double durationS = 0;      // stop after this long; 0 = run on
-    int intervalMs = 100;      // pause between scans
+    long long scans = 0;   // stop after this many scans; 0 = run on
+    double durationS = 0;  // stop after this long; 0 = run on
+    int intervalMs = 100;  // pause between scans
     bool json = false;
     bool csv = false;
     bool verbose = false;
-    bool quiet = false;        // values and errors only
-    ValueFormat format;        // for ranges and writes without their own
+    bool quiet = false;  // values and errors only
+    ValueFormat format;  // for ranges and writes without their own
     bool help = false;
     bool version = false;
     bool writesFromStdin = false;  // also when standard input is no terminal
     bool requeue = true;           // queue writes a give-up dropped again
-    std::string lib;           // empty: the soname through the RUNPATH
+    std::string lib;               // empty: the soname through the RUNPATH
 };
 
 // Parses argv; false with a one-line reason for anything it cannot use.

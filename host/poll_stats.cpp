@@ -39,9 +39,9 @@ QString codeHint(int code)
 
 QString exceptionMeaning(int exception)
 {
-    static const char *const names[] = {"illegal function", "illegal data address",
-                                         "illegal data value", "device failure", "acknowledge",
-                                         "device busy"};
+    static const char *const names[] = {"illegal function",   "illegal data address",
+                                        "illegal data value", "device failure",
+                                        "acknowledge",        "device busy"};
     const QString name = exception >= 1 && exception <= 6 ? names[exception - 1] : "unknown";
     return QString("exception 0x%1: %2").arg(exception, 2, 16, QChar('0')).arg(name);
 }

@@ -15,8 +15,8 @@ struct PollStats {
     long long screened = 0;        // replies that did not answer their frame
     long long reopenAttempts = 0;  // failed attempts to reopen a lost port
     bool linkUp = true;
-    int lastCode = -1;             // result code of the last finished request
-    double scanMs = 0;             // duration of the last complete scan
+    int lastCode = -1;  // result code of the last finished request
+    double scanMs = 0;  // duration of the last complete scan
     double framesPerSecond = 0;
 };
 

@@ -197,9 +197,8 @@ bool Poller::exchange(Protocol *p)
     }
     // The driver takes an exception reply for one of the wrong length; its
     // code is the controller's own reason, kept for the report.
-    lastException_ = !screened && reply.size() >= 3 && (uchar(reply.at(1)) & 0x80)
-                         ? uchar(reply.at(2))
-                         : -1;
+    lastException_ =
+        !screened && reply.size() >= 3 && (uchar(reply.at(1)) & 0x80) ? uchar(reply.at(2)) : -1;
     {
         std::lock_guard<std::mutex> lock(mutex_);
         ++stats_.framesSent;
@@ -232,8 +231,8 @@ void Poller::noteBlock(const RW_VAR &r, int code)
     // nothing past an area's end, so a block's values stop there even when
     // its request reaches further.
     const long long asked = isBitArea(r.areaType) ? 8LL * r.count : r.count;
-    const int elements = int(
-        std::max(0LL, std::min(asked, (long long)areaCapacity(r.areaType) - r.address)));
+    const int elements =
+        int(std::max(0LL, std::min(asked, (long long)areaCapacity(r.areaType) - r.address)));
     int at = 0;
     while (at < blockStates_.size() && !(blockStates_.at(at).station == r.station &&
                                          blockStates_.at(at).areaType == r.areaType &&

@@ -21,10 +21,10 @@
 struct BlockState {
     int station = 0;
     int areaType = 0;
-    int address = 0;    // first element
-    int elements = 0;   // elements the block reads
-    int lastCode = -1;  // -1: not read yet
-    int exception = -1; // the controller's exception code when it refused the read
+    int address = 0;     // first element
+    int elements = 0;    // elements the block reads
+    int lastCode = -1;   // -1: not read yet
+    int exception = -1;  // the controller's exception code when it refused the read
     bool everRead = false;
     std::chrono::steady_clock::time_point readAt;  // last good read
     bool holds(int st, int type, int element) const

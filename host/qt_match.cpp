@@ -46,9 +46,8 @@ bool dynamicEntries(const std::string &data, std::vector<std::string> &needed,
             continue;
         dynamic = true;
         Dyn d;
-        for (unsigned long long at = ph.p_offset;
-             at + sizeof(Dyn) <= ph.p_offset + ph.p_filesz && readAt(data, at, d) &&
-             d.d_tag != DT_NULL;
+        for (unsigned long long at = ph.p_offset; at + sizeof(Dyn) <= ph.p_offset + ph.p_filesz &&
+                                                  readAt(data, at, d) && d.d_tag != DT_NULL;
              at += sizeof(Dyn)) {
             if (d.d_tag == DT_NEEDED)
                 neededAt.push_back(d.d_un.d_val);

@@ -114,7 +114,8 @@ void SetValue_unsigned_short(int start, unsigned short *words, QByteArray *in, i
         return;
     // A word whose two bytes are not both there is left as it was.
     const int n = qMin(count, inputSize(in) / 2);
-    const unsigned char *v = reinterpret_cast<const unsigned char *>(n > 0 ? in->constData() : nullptr);
+    const unsigned char *v =
+        reinterpret_cast<const unsigned char *>(n > 0 ? in->constData() : nullptr);
     for (int i = 0; i < n; ++i)
         words[start + i] = (unsigned short)(v[2 * i] | (v[2 * i + 1] << 8));
 }
@@ -124,7 +125,8 @@ void SetValue_32Bit(int start, unsigned short *words, QByteArray *in, int count)
     if (count < 2 || !words)
         return;
     const int pairs = qMin(count / 2, inputSize(in) / 4);
-    const unsigned char *v = reinterpret_cast<const unsigned char *>(pairs > 0 ? in->constData() : nullptr);
+    const unsigned char *v =
+        reinterpret_cast<const unsigned char *>(pairs > 0 ? in->constData() : nullptr);
     for (int p = 0; p < pairs; ++p) {
         words[start + 2 * p + 1] = (unsigned short)(v[4 * p] | (v[4 * p + 1] << 8));
         words[start + 2 * p] = (unsigned short)(v[4 * p + 2] | (v[4 * p + 3] << 8));

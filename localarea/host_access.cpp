@@ -52,7 +52,8 @@ void readStationWords(QByteArray &out, int station, int areaType, int start, int
 
 extern "C" {
 
-int GetRegisterData(QString, int areaType, QString addressText, int station, QByteArray *out, int count)
+int GetRegisterData(QString, int areaType, QString addressText, int station, QByteArray *out,
+                    int count)
 {
     const int start = StringAddressToInt(areaType, addressText);
     if (start < 0 || !out)
@@ -81,8 +82,8 @@ int GetRegisterData(QString, int areaType, QString addressText, int station, QBy
     return 1;
 }
 
-int SetRegisterData(QString areaName, int areaType, QString addressText, int station, QByteArray *value,
-                    int count, int ownerType, int ownerId)
+int SetRegisterData(QString areaName, int areaType, QString addressText, int station,
+                    QByteArray *value, int count, int ownerType, int ownerId)
 {
     const int start = StringAddressToInt(areaType, addressText);
     if (start < 0 || !value)

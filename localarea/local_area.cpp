@@ -8,11 +8,11 @@ namespace {
 // area table's.
 #define BLOCK(field) offsetof(LocalArea, field)
 const std::size_t blockOffset[AreaTypeCount] = {
-    BLOCK(localX),  BLOCK(localY),   BLOCK(localM),  BLOCK(localS),   BLOCK(localT),
-    BLOCK(localC),  BLOCK(localET),  BLOCK(localSM), BLOCK(localHM),  BLOCK(localHS),
+    BLOCK(localX),  BLOCK(localY),   BLOCK(localM),   BLOCK(localS),   BLOCK(localT),
+    BLOCK(localC),  BLOCK(localET),  BLOCK(localSM),  BLOCK(localHM),  BLOCK(localHS),
     BLOCK(localHT), BLOCK(localHC),  BLOCK(localHSC), BLOCK(localSEM), BLOCK(localD),
-    BLOCK(localTD), BLOCK(localCD),  BLOCK(localFD), BLOCK(localETD), BLOCK(localSD),
-    BLOCK(localHD), BLOCK(localSFD), BLOCK(localID), BLOCK(localQD),  BLOCK(localHSD),
+    BLOCK(localTD), BLOCK(localCD),  BLOCK(localFD),  BLOCK(localETD), BLOCK(localSD),
+    BLOCK(localHD), BLOCK(localSFD), BLOCK(localID),  BLOCK(localQD),  BLOCK(localHSD),
     BLOCK(localFS),
 };
 #undef BLOCK
@@ -21,12 +21,14 @@ const std::size_t blockOffset[AreaTypeCount] = {
 constexpr bool blocksFitTable()
 {
     const std::size_t sizes[AreaTypeCount] = {
-        sizeof(LocalArea::localX),  sizeof(LocalArea::localY),  sizeof(LocalArea::localM),   sizeof(LocalArea::localS),
-        sizeof(LocalArea::localT),  sizeof(LocalArea::localC),  sizeof(LocalArea::localET),  sizeof(LocalArea::localSM),
-        sizeof(LocalArea::localHM), sizeof(LocalArea::localHS), sizeof(LocalArea::localHT),  sizeof(LocalArea::localHC),
-        sizeof(LocalArea::localHSC), sizeof(LocalArea::localSEM), sizeof(LocalArea::localD), sizeof(LocalArea::localTD),
-        sizeof(LocalArea::localCD), sizeof(LocalArea::localFD), sizeof(LocalArea::localETD), sizeof(LocalArea::localSD),
-        sizeof(LocalArea::localHD), sizeof(LocalArea::localSFD), sizeof(LocalArea::localID), sizeof(LocalArea::localQD),
+        sizeof(LocalArea::localX),   sizeof(LocalArea::localY),   sizeof(LocalArea::localM),
+        sizeof(LocalArea::localS),   sizeof(LocalArea::localT),   sizeof(LocalArea::localC),
+        sizeof(LocalArea::localET),  sizeof(LocalArea::localSM),  sizeof(LocalArea::localHM),
+        sizeof(LocalArea::localHS),  sizeof(LocalArea::localHT),  sizeof(LocalArea::localHC),
+        sizeof(LocalArea::localHSC), sizeof(LocalArea::localSEM), sizeof(LocalArea::localD),
+        sizeof(LocalArea::localTD),  sizeof(LocalArea::localCD),  sizeof(LocalArea::localFD),
+        sizeof(LocalArea::localETD), sizeof(LocalArea::localSD),  sizeof(LocalArea::localHD),
+        sizeof(LocalArea::localSFD), sizeof(LocalArea::localID),  sizeof(LocalArea::localQD),
         sizeof(LocalArea::localHSD), sizeof(LocalArea::localFS),
     };
     for (int t = 0; t < AreaTypeCount; ++t) {

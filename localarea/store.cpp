@@ -15,7 +15,8 @@ void saveToStationStore(const QByteArray &reply, const Protocol &head)
     const int s = head.var.station;
     const bool bits = isBitArea(t);
     ReplySpan span;
-    if (!replySpan(t, head.var.address, bits ? head.replyDataLength : head.replyDataLength / 2, span))
+    if (!replySpan(t, head.var.address, bits ? head.replyDataLength : head.replyDataLength / 2,
+                   span))
         return;
     const long long h = head.replyHeaderLength;
     const long long size = reply.size();

@@ -37,8 +37,9 @@ bool applyEntry(const std::string &entry, ModbusServer &server, int &values, std
         return false;
     int value = 0;
     if (!parseValue(entry.substr(eq + 1), range.coils, value)) {
-        error = "'" + entry + "': " +
-                (range.coils ? "a bit takes 0 or 1" : "a word takes -32768..65535 or 0x0000..0xFFFF");
+        error =
+            "'" + entry + "': " +
+            (range.coils ? "a bit takes 0 or 1" : "a word takes -32768..65535 or 0x0000..0xFFFF");
         return false;
     }
     for (size_t i = 0; i < range.addresses.size(); ++i) {

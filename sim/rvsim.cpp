@@ -23,7 +23,10 @@ namespace {
 
 volatile sig_atomic_t g_stop = 0;
 
-void onSignal(int) { g_stop = 1; }
+void onSignal(int)
+{
+    g_stop = 1;
+}
 
 int fail(const std::string &message)
 {
@@ -68,19 +71,23 @@ bool openSerial(const SimOptions &o, sp_port *&port, int &fd, std::string &error
             cfmakeraw(&raw);
             tcsetattr(fd, TCSANOW, &raw);
         }
-        fprintf(stderr, "rvsim: note: %s is not a port libserialport lists; line settings not applied\n",
+        fprintf(stderr,
+                "rvsim: note: %s is not a port libserialport lists; line settings not applied\n",
                 o.device.c_str());
         return true;
     }
     close(fd);
     fd = -1;
-    const sp_parity parity = o.parity == 'N' ? SP_PARITY_NONE : o.parity == 'O' ? SP_PARITY_ODD : SP_PARITY_EVEN;
+    const sp_parity parity = o.parity == 'N'   ? SP_PARITY_NONE
+                             : o.parity == 'O' ? SP_PARITY_ODD
+                                               : SP_PARITY_EVEN;
     const char *step = "open";
     if (sp_open(port, SP_MODE_READ_WRITE) == SP_OK) {
         step = "configure";
         if (sp_set_baudrate(port, o.baud) == SP_OK && sp_set_bits(port, 8) == SP_OK &&
             sp_set_parity(port, parity) == SP_OK && sp_set_stopbits(port, o.stopBits) == SP_OK &&
-            sp_set_flowcontrol(port, SP_FLOWCONTROL_NONE) == SP_OK && sp_get_port_handle(port, &fd) == SP_OK)
+            sp_set_flowcontrol(port, SP_FLOWCONTROL_NONE) == SP_OK &&
+            sp_get_port_handle(port, &fd) == SP_OK)
             return true;
     }
     char *msg = sp_last_error_message();
@@ -169,7 +176,8 @@ int main(int argc, char **argv)
     server.stop();
     const ModbusServer::Counters c = server.counters();
     printf("rvsim: stopped after %llu requests, %llu replies, %llu faults\n",
-           (unsigned long long)c.requests, (unsigned long long)c.replies, (unsigned long long)c.faults);
+           (unsigned long long)c.requests, (unsigned long long)c.replies,
+           (unsigned long long)c.faults);
     if (!o.link.empty())
         unlink(o.link.c_str());
     if (log)

@@ -132,12 +132,10 @@ bool parseSimOptions(int argc, char **argv, SimOptions &o, std::string &error)
         const char *name;
         double *target;
         std::string text;
-    } rates[] = {{"--drop", &o.faults.drop, ""},
-                 {"--corrupt", &o.faults.badCrc, ""},
-                 {"--truncate", &o.faults.truncate, ""},
-                 {"--wrong-station", &o.faults.wrongStation, ""},
-                 {"--delay", &o.faults.delay, ""},
-                 {"--exception-rate", &o.faults.exception, ""}};
+    } rates[] = {
+        {"--drop", &o.faults.drop, ""},         {"--corrupt", &o.faults.badCrc, ""},
+        {"--truncate", &o.faults.truncate, ""}, {"--wrong-station", &o.faults.wrongStation, ""},
+        {"--delay", &o.faults.delay, ""},       {"--exception-rate", &o.faults.exception, ""}};
     app.add_flag("-h,--help", o.help);
     app.add_flag("-V,--version", o.version);
     app.add_flag("-q,--quiet", o.quiet);
@@ -153,8 +151,12 @@ bool parseSimOptions(int argc, char **argv, SimOptions &o, std::string &error)
     app.add_option("--tick-ms", tickMs);
     app.add_option("--seed", seed);
     app.add_option("--delay-ms", delayMs);
-    app.add_option("--refuse", refuse)->delimiter(',')->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    app.add_option("--refuse-function", functions)->delimiter(',')->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    app.add_option("--refuse", refuse)
+        ->delimiter(',')
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    app.add_option("--refuse-function", functions)
+        ->delimiter(',')
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     for (Rate &r : rates)
         app.add_option(r.name, r.text);
     try {
@@ -218,8 +220,9 @@ bool parseSimOptions(int argc, char **argv, SimOptions &o, std::string &error)
     if (o.device.empty())
         for (const char *line : {"--baud", "--parity", "--stop"})
             if (app.count(line))
-                o.notes.push_back(std::string(line) +
-                                  " has no effect without --port (a pseudo-terminal has no line settings)");
+                o.notes.push_back(
+                    std::string(line) +
+                    " has no effect without --port (a pseudo-terminal has no line settings)");
     if (app.count("--delay-ms") && f.delay <= 0)
         o.notes.push_back("--delay-ms has no effect without --delay");
     if (app.count("--seed") && faultSum <= 0)

@@ -8,19 +8,19 @@
 #include "sim/server/modbus_server.h"
 
 struct SimOptions {
-    std::string device;          // serve a real serial port; empty = a new pty
-    std::string link;            // symlink to the pty, e.g. /tmp/rv0
+    std::string device;  // serve a real serial port; empty = a new pty
+    std::string link;    // symlink to the pty, e.g. /tmp/rv0
     int baud = 19200;
-    char parity = 'E';           // 'N', 'E' or 'O'
+    char parity = 'E';  // 'N', 'E' or 'O'
     int stopBits = 1;
     std::vector<int> stations{1};
     ModbusServer::FaultRates faults;
     ModbusServer::Refusals refusals;
-    std::string dataFile;        // preset values
-    std::string logFile;         // request log
-    bool verbose = false;        // request log on standard output
-    int tickMs = 100;            // live-data step
-    bool quiet = false;          // do not report writes
+    std::string dataFile;  // preset values
+    std::string logFile;   // request log
+    bool verbose = false;  // request log on standard output
+    int tickMs = 100;      // live-data step
+    bool quiet = false;    // do not report writes
     bool help = false;
     bool version = false;
     std::vector<std::string> notes;  // options given that change nothing

@@ -52,8 +52,8 @@ TEST(PackageInstall, PackagesHoldTheirFilesLoadAndBuildTheExample)
     const std::string version = std::string(RV_VERSION) + "-1";
     const std::string lib = "./" RV_PACKAGE_LIBDIR "/libQuorvel_RV_Series.so";
     auto docs = [](const std::string &pkg) {
-        return "-rw-r--r-- ./usr/share/doc/" + pkg + "/changelog.Debian.gz\n-rw-r--r-- ./usr/share/doc/" +
-               pkg + "/copyright\n";
+        return "-rw-r--r-- ./usr/share/doc/" + pkg +
+               "/changelog.Debian.gz\n-rw-r--r-- ./usr/share/doc/" + pkg + "/copyright\n";
     };
     auto overrides = [](const std::string &pkg) {
         return "-rw-r--r-- ./usr/share/lintian/overrides/" + pkg;
@@ -71,8 +71,10 @@ TEST(PackageInstall, PackagesHoldTheirFilesLoadAndBuildTheExample)
          "-rw-r--r-- ./usr/include/quorvel_rv/export.h\n"
          "-rw-r--r-- ./usr/include/quorvel_rv/quorvel_rv_series.h\n"
          "-rw-r--r-- ./usr/include/quorvel_rv/records.h\n"
-         "lrwxrwxrwx " + lib + " -> libQuorvel_RV_Series.so.1\n"
-         "-rw-r--r-- ./" RV_PACKAGE_LIBDIR "/pkgconfig/quorvel-rv-series.pc\n" +
+         "lrwxrwxrwx " +
+             lib +
+             " -> libQuorvel_RV_Series.so.1\n"
+             "-rw-r--r-- ./" RV_PACKAGE_LIBDIR "/pkgconfig/quorvel-rv-series.pc\n" +
              docs("libquorvel-rv-series-dev") + overrides("libquorvel-rv-series-dev")},
         {"quorvel-rv-tools", "foreign",
          "-rwxr-xr-x ./usr/bin/rvpoll\n-rwxr-xr-x ./usr/bin/rvsim\n" + docs("quorvel-rv-tools") +
@@ -122,7 +124,8 @@ TEST(PackageInstall, PackagesHoldTheirFilesLoadAndBuildTheExample)
     // example, with pkg-config reading the unpacked .pc file.
     const std::string compile = run("grep -m 1 '^g++ ' '" RV_INTEGRATION_DOC "'");
     ASSERT_NE(compile, "");
-    const std::string pc = "export PKG_CONFIG_PATH='" + root + "/" RV_PACKAGE_LIBDIR "/pkgconfig'; ";
+    const std::string pc =
+        "export PKG_CONFIG_PATH='" + root + "/" RV_PACKAGE_LIBDIR "/pkgconfig'; ";
     EXPECT_EQ(run(pc + "pkg-config --modversion quorvel-rv-series"), RV_VERSION);
     EXPECT_EQ(run(pc + "cd '" + root + "/usr/share/doc/libquorvel-rv-series-dev/examples' && " +
                   compile + " 2>&1 && test -x minimal_runtime; echo $?"),

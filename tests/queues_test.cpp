@@ -104,7 +104,7 @@ TEST(Queues, BadOnceReadsAreRefusedOrQueueNothing)
     EXPECT_EQ(1, readOnce(request(14, "5", 0)));    // no piece of nothing
     EXPECT_EQ(2, readOnce(request(14, "5", -40)));  // one piece, the remainder
     EXPECT_EQ(3, readOnce(request(2, "5", 0)));     // still needs the byte holding M5
-    info->blockUnits = 0;  // one piece of everything, even of nothing
+    info->blockUnits = 0;                           // one piece of everything, even of nothing
     readOnce(request(14, "1000", 500));
     readOnce(request(14, "6", 0));
     info->blockUnits = -3;  // 497 / -3 + 1 pieces: none; -10 / -3 + 1: four
@@ -114,8 +114,17 @@ TEST(Queues, BadOnceReadsAreRefusedOrQueueNothing)
     RW_VAR unknown = request(40, "abc", 3);  // no such area: cut as given
     unknown.address = 77;
     readOnce(unknown);
-    EXPECT_EQ(Pieces({{5, 1}, {5, -40}, {0, 1}, {1000, 500}, {6, 0}, {2000, -3}, {1997, -3},
-                      {1994, -3}, {1991, -1}, {77, 2}, {79, 1}}),
+    EXPECT_EQ(Pieces({{5, 1},
+                      {5, -40},
+                      {0, 1},
+                      {1000, 500},
+                      {6, 0},
+                      {2000, -3},
+                      {1997, -3},
+                      {1994, -3},
+                      {1991, -1},
+                      {77, 2},
+                      {79, 1}}),
               onceList());
     EXPECT_EQ(0, AddListOnceReadVar(nullptr, 0));
     PLC_driver.comInfo = nullptr;

@@ -89,7 +89,9 @@ std::vector<int> ask(modbus_t *m, Ask what, int address, int count)
     case ReadRegisters: n = modbus_read_registers(m, address, count, regs); break;
     case ReadCoils: n = modbus_read_bits(m, address, count, bits); break;
     case WriteRegister: n = modbus_write_register(m, address, 5) == 1 ? 0 : -1; break;
-    case WriteRegisters: n = modbus_write_registers(m, address, count, regs) == count ? 0 : -1; break;
+    case WriteRegisters:
+        n = modbus_write_registers(m, address, count, regs) == count ? 0 : -1;
+        break;
     }
     if (n < 0)
         return {-(errno - MODBUS_ENOBASE)};
@@ -123,11 +125,17 @@ TEST(SimTest, PresetsRefusalsAndTheRequestLog)
             {ReadRegisters, 0x8000, 1, {0xBEEF}, "address 32768 count 1: ok"},
             {ReadCoils, 5, 1, {1}, "function 0x01 address 5 count 1: ok"},
             {ReadCoils, 0x5008, 1, {1}, "address 20488 count 1: ok"},
-            {ReadRegisters, 195, 10, {-2},
+            {ReadRegisters,
+             195,
+             10,
+             {-2},
              "function 0x03 address 195 count 10: exception 0x02 (Illegal data address)"},
             {WriteRegister, 209, 1, {-2}, "function 0x06 address 209 count 1: exception 0x02"},
             {ReadCoils, 8, 1, {-2}, "function 0x01 address 8 count 1: exception 0x02"},
-            {WriteRegisters, 0, 2, {-1},
+            {WriteRegisters,
+             0,
+             2,
+             {-1},
              "function 0x10 address 0 count 2: exception 0x01 (Illegal function)"},
             {WriteRegister, 210, 1, {}, "function 0x06 address 210 count 1: ok"},
         };

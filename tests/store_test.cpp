@@ -90,11 +90,15 @@ TEST(Store, RepliesAndWritesPerStation)
 TEST(Store, ValuesReadBackForAnyStationNumber)
 {
     resetDriver()->multiStation = 1;
-    const struct { int station; const char *reply; const char *word; const char *bits; } rows[] = {
-        {0, "\x01\x02", "\x02\x01", "\x01\x00"},
-        {255, "\x03\x04", "\x04\x03", "\x00\x01"},
-        {256, "\x05\x06", "\x06\x05", "\x01\x01"},
-        {-1, "\x07\x08", "\x08\x07", "\x00\x00"}};
+    const struct {
+        int station;
+        const char *reply;
+        const char *word;
+        const char *bits;
+    } rows[] = {{0, "\x01\x02", "\x02\x01", "\x01\x00"},
+                {255, "\x03\x04", "\x04\x03", "\x00\x01"},
+                {256, "\x05\x06", "\x06\x05", "\x01\x01"},
+                {-1, "\x07\x08", "\x08\x07", "\x00\x00"}};
     for (const auto &r : rows) {
         storeReply(r.station, 14, 7, QByteArray(r.reply, 2));
         storeReply(r.station, 2, 8, QByteArray(1, char(r.bits[0] | r.bits[1] << 1)));

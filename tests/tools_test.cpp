@@ -391,7 +391,8 @@ TEST(ToolsTest, BadInputGivesAClearMessageAndStatusTwo)
     // The driver as if built against the other Qt: its QtCore soname swapped.
     const std::string otherQt = scratchFile();
     run("cp '" DRIVER_PATH "' " + otherQt + " && perl -0777 -pi -e " +
-        "'s/libQtCore\\.so\\.4\\0/libQt5Core.so\\0\\0/g or s/libQt5Core\\.so\\.5/libQtCore.so.4\\0/g' " +
+        "'s/libQtCore\\.so\\.4\\0/libQt5Core.so\\0\\0/g or "
+        "s/libQt5Core\\.so\\.5/libQtCore.so.4\\0/g' " +
         otherQt);
     const std::pair<std::string, const char *> cases[] = {
         {null + "D1x", "bad address"},

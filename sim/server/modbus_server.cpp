@@ -28,10 +28,14 @@ size_t requestLength(const std::vector<uint8_t> &f)
     size_t meta = 0;
     size_t countAt = 0;  // position of the announced byte count, 0 none
     switch (f[1]) {
-    case 0x01: case 0x02: case 0x03: case 0x04: case 0x05: case 0x06:
-        meta = 4;
-        break;
-    case 0x0F: case 0x10:
+    case 0x01:
+    case 0x02:
+    case 0x03:
+    case 0x04:
+    case 0x05:
+    case 0x06: meta = 4; break;
+    case 0x0F:
+    case 0x10:
         meta = 5;
         countAt = 6;
         break;
@@ -39,8 +43,7 @@ size_t requestLength(const std::vector<uint8_t> &f)
         meta = 9;
         countAt = 10;
         break;
-    default:
-        break;
+    default: break;
     }
     size_t length = 2 + meta + 2;
     if (countAt) {
@@ -59,16 +62,21 @@ void requestTarget(const std::vector<uint8_t> &f, int &function, int &address, i
     if (f.size() < 6)
         return;
     switch (function) {
-    case 0x01: case 0x02: case 0x03: case 0x04: case 0x0F: case 0x10:
+    case 0x01:
+    case 0x02:
+    case 0x03:
+    case 0x04:
+    case 0x0F:
+    case 0x10:
         address = f[2] << 8 | f[3];
         count = f[4] << 8 | f[5];
         break;
-    case 0x05: case 0x06:
+    case 0x05:
+    case 0x06:
         address = f[2] << 8 | f[3];
         count = 1;
         break;
-    default:
-        break;
+    default: break;
     }
 }
 
@@ -407,9 +415,7 @@ std::string ModbusServer::handleFrame(std::vector<uint8_t> &frame, int station, 
     std::string outcome = n > 2 && (reply[1] & 0x80) ? exceptionText(reply[2]) : "ok";
 
     switch (fault) {
-    case FaultDrop:
-        ++faults_;
-        return outcome + ", reply dropped";
+    case FaultDrop: ++faults_; return outcome + ", reply dropped";
     case FaultBadCrc:
         reply[n - 1] ^= 0x5A;
         outcome += ", reply sent with a bad CRC";
@@ -418,18 +424,16 @@ std::string ModbusServer::handleFrame(std::vector<uint8_t> &frame, int station, 
         std::lock_guard<std::mutex> hold(stateMutex_);
         const size_t whole = n;
         n = n > 1 ? 1 + rng_() % (n - 1) : n;
-        outcome += ", reply cut to " + std::to_string(n) + " of " + std::to_string(whole) + " bytes";
+        outcome +=
+            ", reply cut to " + std::to_string(n) + " of " + std::to_string(whole) + " bytes";
         break;
     }
-    case FaultWrongStation:
-        outcome += ", reply sent from station " + std::to_string(req[0]);
-        break;
+    case FaultWrongStation: outcome += ", reply sent from station " + std::to_string(req[0]); break;
     case FaultDelay:
         pause(delayMs);
         outcome += ", reply delayed " + std::to_string(delayMs) + " ms";
         break;
-    default:
-        break;
+    default: break;
     }
     if (fault != FaultNone)
         ++faults_;
