@@ -25,7 +25,7 @@ bool WriteTracker::queue(const WriteSpec &w, QString &message)
 {
     std::lock_guard<std::mutex> lock(mutex_);
     Entry e;
-    e.spec = w;
+    e.write = w;
     e.text = w.text;
     e.station = w.target.station ? w.target.station : defaultStation_;
     // A newer write to the same elements replaces a pending one in the
@@ -33,9 +33,9 @@ bool WriteTracker::queue(const WriteSpec &w, QString &message)
     for (int i = 0; i < entries_.size(); ++i) {
         Entry &old = entries_[i];
         if (old.outcome == Pending && !old.waiting && old.station == e.station &&
-            old.spec.target.areaType == w.target.areaType &&
-            old.spec.target.address == w.target.address &&
-            old.spec.target.count == w.target.count) {
+            old.write.target.areaType == w.target.areaType &&
+            old.write.target.address == w.target.address &&
+            old.write.target.count == w.target.count) {
             queuedParts_ -= old.parts - old.partsDone;
             finish(old, Dropped, "replaced by " + e.text);
         }
@@ -52,14 +52,14 @@ bool WriteTracker::queue(const WriteSpec &w, QString &message)
 
 bool WriteTracker::queueEntry(Entry &e, int id)
 {
-    const VarSpec &t = e.spec.target;
+    const VarSpec &t = e.write.target;
     const QString address = addressTextOf(t.areaType, t.address);
     // The elements inside the area: the driver cuts a write at the area's end.
     QByteArray probe;
     api_.GetRegisterData(QString(), t.areaType, address, e.station, &probe, t.count);
     const int elements = isBitArea(t.areaType) ? probe.size() : probe.size() / 2;
     const bool full = queuedParts_ >= kWriteListSize;
-    QByteArray bytes = writeBytes(e.spec);
+    QByteArray bytes = writeBytes(e.write);
     const int pending = api_.SetRegisterData(areaNameOf(t.areaType), t.areaType, address, e.station,
                                              &bytes, t.count, 0, id);
     if (pending <= 0 || full || elements <= 0) {

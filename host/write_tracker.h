@@ -48,7 +48,7 @@ public:
 
 private:
     struct Entry {
-        WriteSpec spec;
+        WriteSpec write;
         QString text;
         int station = 0;
         int parts = 0;  // blocks the driver queued it as

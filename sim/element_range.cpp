@@ -8,30 +8,30 @@
 
 bool parseElementRange(const std::string &text, ElementRange &out, std::string &error)
 {
-    VarSpec spec;
+    VarSpec range;
     QString why;
-    if (!parseVarSpec(QString::fromStdString(text), false, spec, why)) {
+    if (!parseVarSpec(QString::fromStdString(text), false, range, why)) {
         error = why.toStdString();
         return false;
     }
-    if (spec.station != 0) {
+    if (range.station != 0) {
         error = "'" + text + "': every station served shares the same values; drop the station";
         return false;
     }
-    int count = spec.count;
-    if (!clampToArea(spec.areaType, spec.address, count) || count != spec.count) {
-        const int last = areaCapacity(spec.areaType) - 1;
+    int count = range.count;
+    if (!clampToArea(range.areaType, range.address, count) || count != range.count) {
+        const int last = areaCapacity(range.areaType) - 1;
         error = "'" + text + "' runs past the end of area " +
-                areaNameOf(spec.areaType).toStdString() + " (last element " +
-                elementName(spec.areaType, last).toStdString() + ")";
+                areaNameOf(range.areaType).toStdString() + " (last element " +
+                elementName(range.areaType, last).toStdString() + ")";
         return false;
     }
-    out.coils = isBitArea(spec.areaType);
+    out.coils = isBitArea(range.areaType);
     out.addresses.clear();
     for (int i = 0; i < count; ++i) {
-        const int element = spec.address + i;
-        const int address = out.coils ? BitElementToCoil(spec.areaType, element)
-                                      : WordElementToRegister(spec.areaType, element);
+        const int element = range.address + i;
+        const int address = out.coils ? BitElementToCoil(range.areaType, element)
+                                      : WordElementToRegister(range.areaType, element);
         out.addresses.push_back(address & 0xFFFF);  // frames carry the low 16 bits
     }
     return true;
