@@ -1,11 +1,10 @@
 #include "options.h"
 
-#include <CLI/CLI.hpp>
-
 #include <QFile>
 #include <QStringList>
 
 #include "localarea/areas.h"
+#include "tool_cli.h"
 
 namespace {
 
@@ -111,22 +110,16 @@ const char *usageText()
 bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
 {
     CLI::App app("rvpoll");
-    app.set_help_flag();
-    app.allow_extras();
-    app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+    setUpToolCli(app, {opts.help, opts.version, opts.quiet, opts.verbose});
 
     std::string port, baud, parity, data, stop, timeout, gap, rtsBefore, rtsAfter, station, retries,
         block, lib, varsFile, scans, duration, interval, format;
     std::vector<std::string> writes;
     bool hex = false, noRequeue = false;
-    app.add_flag("-h,--help", opts.help);
-    app.add_flag("-V,--version", opts.version);
     app.add_flag("-1,--once", opts.once);
     app.add_flag("--json", opts.json);
     app.add_flag("--csv", opts.csv);
     app.add_flag("--hex", hex);
-    app.add_flag("-v,--verbose", opts.verbose);
-    app.add_flag("-q,--quiet", opts.quiet);
     app.add_flag("--echo", opts.link.discardEcho);
     app.add_flag("--rs485", opts.link.rs485);
     app.add_flag("--multi-station", opts.multiStation);
@@ -155,13 +148,9 @@ bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
     app.add_option("--duration", duration);
     app.add_option("-l,--interval-ms", interval);
     app.add_option("--format", format);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError &e) {
-        // With extras allowed, a missing value is all CLI11 can object to:
-        // "--baud: 1 required TEXT missing".
-        const std::string what = e.what();
-        error = QString::fromStdString(what.substr(0, what.find(':'))) + " needs a value";
+    std::string why;
+    if (!parseToolCli(app, argc, argv, why)) {
+        error = QString::fromStdString(why);
         return false;
     }
     if (opts.help || opts.version)

@@ -2,10 +2,9 @@
 
 #include <stdlib.h>
 
-#include <CLI/CLI.hpp>
-
 #include "element_range.h"
 #include "options.h"
+#include "tool_cli.h"
 
 namespace {
 
@@ -122,9 +121,7 @@ const char *simUsage()
 bool parseSimOptions(int argc, char **argv, SimOptions &o, std::string &error)
 {
     CLI::App app("rvsim");
-    app.set_help_flag();
-    app.allow_extras();
-    app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+    setUpToolCli(app, {o.help, o.version, o.quiet, o.verbose});
 
     std::string baud, parity, stop, tickMs, seed, delayMs;
     std::vector<std::string> stations, refuse, functions;
@@ -136,10 +133,6 @@ bool parseSimOptions(int argc, char **argv, SimOptions &o, std::string &error)
         {"--drop", &o.faults.drop, ""},         {"--corrupt", &o.faults.badCrc, ""},
         {"--truncate", &o.faults.truncate, ""}, {"--wrong-station", &o.faults.wrongStation, ""},
         {"--delay", &o.faults.delay, ""},       {"--exception-rate", &o.faults.exception, ""}};
-    app.add_flag("-h,--help", o.help);
-    app.add_flag("-V,--version", o.version);
-    app.add_flag("-q,--quiet", o.quiet);
-    app.add_flag("-v,--verbose", o.verbose);
     app.add_option("--port", o.device);
     app.add_option("--link", o.link);
     app.add_option("-b,--baud", baud);
@@ -159,15 +152,8 @@ bool parseSimOptions(int argc, char **argv, SimOptions &o, std::string &error)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     for (Rate &r : rates)
         app.add_option(r.name, r.text);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError &e) {
-        // "--baud: 1 required TEXT missing" is the only way CLI11 can fail
-        // here once extras are allowed.
-        const std::string what = e.what();
-        error = what.substr(0, what.find(':')) + " needs a value";
+    if (!parseToolCli(app, argc, argv, error))
         return false;
-    }
     const std::vector<std::string> extras = app.remaining();
     if (!extras.empty()) {
         error = (extras[0][0] == '-' ? "unknown option " : "unexpected argument ") + extras[0];
