@@ -46,7 +46,7 @@ int blockBytes(int areaType);
 
 // A reply a well-behaved controller would give to `p`: read data taken
 // from `fill` (repeated), a write echoed, CRC-16 fixed at the end. Empty
-// for a frame that expects no reply or more than a megabyte.
+// for a frame that expects no reply or more than 32 KiB.
 QByteArray goodReply(const Protocol &p, const QByteArray &fill);
 
 // Hands `v` to one of the queuing entry points, chosen by `how`: a write,

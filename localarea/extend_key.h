@@ -28,20 +28,21 @@ struct ExtendValue {
 // however large the store and however scattered the keys a screen asks for.
 // A key fits a slot when station and area type are 0..255 and the address
 // 0..65535, as every key the controller link produces does; any other key
-// is kept in a short side list searched in order. Entries are never
-// removed, so there are no tombstones.
+// (a runtime's odd station or address) is kept whole in a second table of
+// the same kind. Entries are never removed, so there are no tombstones.
 class ExtendIndex {
 public:
     ExtendIndex() : used(0) {}
 
     // Keys held.
-    int size() const { return used + int(others.size()); }
+    int size() const { return used + othersUsed; }
 
     void clear()
     {
         std::vector<Slot>().swap(slots);
         std::vector<Other>().swap(others);
         used = 0;
+        othersUsed = 0;
     }
 
     // The key's value, or null. Valid until the next insert.
@@ -54,10 +55,10 @@ public:
     {
         unsigned int packed;
         if (!pack(key, packed)) {
-            for (size_t i = 0; i < others.size(); ++i)
-                if (others[i].key == key)
-                    return &others[i].value;
-            return nullptr;
+            if (others.empty())
+                return nullptr;
+            const Other &o = others[otherSlot(others, key)];
+            return o.value.index >= 0 ? &o.value : nullptr;
         }
         if (slots.empty())
             return nullptr;
@@ -84,9 +85,13 @@ public:
         const ExtendValue fresh = {index, 0, {0, 0}};
         unsigned int packed;
         if (!pack(key, packed)) {
-            const Other o = {key, fresh};
-            others.push_back(o);
-            return &others.back().value;
+            if (5LL * (othersUsed + 1) > 4LL * (long long)others.size())
+                growOthers();
+            ++othersUsed;
+            Other &o = others[otherSlot(others, key)];
+            o.key = key;
+            o.value = fresh;
+            return &o.value;
         }
         // At most four slots in five in use keeps probe runs short while the
         // table stays near 15 bytes a key.
@@ -104,7 +109,7 @@ private:
     static_assert(sizeof(ExtendValue) == 8, "a slot is 12 bytes");
     struct Other {
         ExtendKey key;
-        ExtendValue value;
+        ExtendValue value;  // index -1: empty
     };
 
     static bool pack(const ExtendKey &k, unsigned int &packed)
@@ -136,6 +141,29 @@ private:
         return &slots[i].value;
     }
 
+    // The slot holding `key` in a table of whole keys, or the empty slot
+    // where it goes.
+    static size_t otherSlot(const std::vector<Other> &table, const ExtendKey &key)
+    {
+        const unsigned int mask = unsigned(table.size()) - 1;
+        unsigned int i = hash(unsigned(key.station) ^
+                              hash(unsigned(key.areaType) ^ hash(unsigned(key.address)))) &
+                         mask;
+        while (table[i].value.index >= 0 && !(table[i].key == key))
+            i = (i + 1) & mask;
+        return i;
+    }
+
+    void growOthers()
+    {
+        const Other empty = {{0, 0, 0}, {-1, 0, {0, 0}}};
+        std::vector<Other> old(others.empty() ? 16 : 2 * others.size(), empty);
+        old.swap(others);
+        for (size_t i = 0; i < old.size(); ++i)
+            if (old[i].value.index >= 0)
+                others[otherSlot(others, old[i].key)] = old[i];
+    }
+
     void grow()
     {
         const Slot empty = {0, {-1, 0, {0, 0}}};
@@ -146,9 +174,10 @@ private:
                 place(old[i].key, old[i].value);
     }
 
-    std::vector<Slot> slots;  // size 0 or a power of two
-    std::vector<Other> others;
+    std::vector<Slot> slots;    // size 0 or a power of two
+    std::vector<Other> others;  // size 0 or a power of two
     int used;
+    int othersUsed = 0;
 };
 
 #endif

@@ -33,7 +33,10 @@ TEST(Store, IndexedLookupMatchesLinearWalk)
     std::srand(7);
     int planted = -1;
     for (int i = 0; i < 6000; ++i) {
-        const int s = std::rand() % 4, t = std::rand() % 26, a = std::rand() % 40;
+        // Stations past 255 and addresses past 65535 (or below 0) are
+        // indexed apart from the others.
+        const int s = std::rand() % 5 * 100 - 100, t = std::rand() % 26,
+                  a = std::rand() % 40 + (std::rand() % 4 ? 0 : 65500);
         ASSERT_EQ(linearFind(s, t, a), ExtendFindSameVar(s, t, a)) << i;
         if (i == 3000) {  // an entry added behind the index's back is still found
             planted = PLC_driver.extendList.size();
