@@ -30,6 +30,7 @@ TEST(Checksum, KnownAnswersWidthsAndHexDigits)
         EXPECT_EQ(ASCIIToDigital(digits[i]), i);
     }
     EXPECT_EQ(ASCIIToDigital('@'), 0);
+    EXPECT_EQ(ASCIIToDigital('?'), 15);
     EXPECT_EQ(ASCIIToDigital('/'), 0);
 }
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "localarea/accessors.h"
+#include "localarea/store.h"
 #include "support/driver_reset.h"
 #include "support/stored_reply.h"
 
@@ -35,15 +36,30 @@ TEST(Accessors, BitWriteRuleAndWordOrder)
     GetBit_unsigned_short(b, sixteen, 15, 3);
     EXPECT_EQ(QByteArray("\x01\x00\x01", 3), b);
 
-    unsigned short words[6] = {0, 0, 0, 0x7777, 0x0102, 0x0909};
+    unsigned short words[6] = {0, 0, 0, 0x7777, 0x0103, 0x0909};
     QByteArray v("\x34\x12\x78\x56", 4), w, p32("kkkkkkkkkk", 10);
     SetValue_unsigned_short(1, words, &v, 3);
     GetWord_unsigned_short(w, words, 1, 3);
     EXPECT_EQ(QByteArray("\x34\x12\x78\x56\x77\x77", 6), w);
     GetWord_32Bit(p32, words, 1, 5);  // high word first, odd last word dropped, the rest kept
-    EXPECT_EQ(QByteArray("\x78\x56\x34\x12\x02\x01\x77\x77kk", 10), p32);
+    EXPECT_EQ(QByteArray("\x78\x56\x34\x12\x03\x01\x77\x77kk", 10), p32);
     SetValue_32Bit(0, words, &p32, 2);
     EXPECT_EQ(0x12345678u, unsigned(words[0]) << 16 | words[1]);
+
+    // Two input bytes set two bits, and the third is left alone.
+    sixteen[0] = 0x0007;
+    QByteArray two("\x01\x00", 2);
+    SetBit_unsigned_short(0, sixteen, &two, 3);
+    EXPECT_EQ(0x0005, sixteen[0]);
+    // A null buffer reads and writes nothing.
+    QByteArray kept("k", 1);
+    GetBit_unsigned_char(kept, nullptr, 0, 4);
+    GetBit_unsigned_short(kept, nullptr, 0, 4);
+    GetWord_unsigned_short(kept, nullptr, 0, 4);
+    GetWord_32Bit(kept, nullptr, 0, 4);
+    SetBit_unsigned_short(0, nullptr, &two, 2);
+    SetBit_unsigned_char(0, nullptr, &two, 2);
+    EXPECT_EQ(QByteArray("k", 1), kept);
 }
 
 TEST(Accessors, GuardCutsEveryAreaAtItsEnd)
@@ -78,6 +94,21 @@ TEST(SaveReplies, MirrorPlacementAndBounds)
     storeReply(1, 25, 46, QByteArray(16, '\x01'));  // FS holds 48 words
     EXPECT_EQ(0x0101, area.localFS[47]);
     EXPECT_EQ(0, strayBytes(area.localFS + 46, 4));
+
+    // A header length below 0 (the runtime's word) stores only the units
+    // whose bytes lie inside the reply.
+    resetDriver();
+    area.localD[1] = 0x7777;
+    Protocol p;
+    p.var.areaType = 14;
+    p.replyHeaderLength = -3;
+    p.replyDataLength = 8;
+    PLC_driver.sendQueue.append(p);
+    QByteArray six("\x01\x02\x03\x04\x05\x06", 6);
+    SaveToLocalDataErea(&six);
+    EXPECT_EQ(0x7777, area.localD[1]);
+    EXPECT_EQ(0x0203, area.localD[2]);
+    EXPECT_EQ(0x0405, area.localD[3]);
     resetDriver();
     storeReply(1, 15, -1, QByteArray("\x12\x34\x56\x78", 4));  // only word 0 inside
     EXPECT_EQ(0x5678, area.localTD[0]);

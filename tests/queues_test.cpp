@@ -126,6 +126,15 @@ TEST(Queues, BadOnceReadsAreRefusedOrQueueNothing)
                       {77, 2},
                       {79, 1}}),
               onceList());
+    // No piece: the record keeps its start from the text and, for bits,
+    // the byte start and byte count ((5 - 60 + 7) / 8 bytes from M8).
+    info->blockUnits = 4;
+    RW_VAR words = request(14, "14", 0), bits = request(2, "13", -60);
+    words.address = 0;
+    AddListOnceReadVar(&words, 0);
+    AddListOnceReadVar(&bits, 0);
+    EXPECT_EQ(Pieces({{14, 0}, {8, -6}}),
+              Pieces({{words.address, words.count}, {bits.address, bits.count}}));
     EXPECT_EQ(0, AddListOnceReadVar(nullptr, 0));
     PLC_driver.comInfo = nullptr;
     EXPECT_EQ(0, readOnce(unknown));

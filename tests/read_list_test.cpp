@@ -45,6 +45,8 @@ TEST_F(ReadList, WorkedExamplesOfTheGroupingAndBothFinalPasses)
     info->localLinkNo = 6;
     VarInfo namedM = var(14, 8, 8, 2);
     namedM.areaName = QString::fromLatin1("M");
+    VarInfo notM = var(14, 24, 2, 2);
+    notM.areaName = QString(QChar(0x14D));  // "M" in its low byte only
     // Default station 0 skips the grouping pass; single-station blocks then carry 0.
     // clang-format off
     const struct {
@@ -66,7 +68,8 @@ TEST_F(ReadList, WorkedExamplesOfTheGroupingAndBothFinalPasses)
          {{1, 0, 2}, {1, 2, 1}, {3, 8, 2}, {3, 24, 2}, {5, 8, 2}, {2, 56, 2}, {0, 0, 2},
           {0, 2, 1}, {3, 1, 1}}},
         // A word variable named as bits steps by bytes; its twin in units does not.
-        {0, 1, 1, {namedM, var(14, 8, 2, 2)}, {{2, 8, 1}, {2, 16, 1}, {2, 9, 1}}},
+        {0, 1, 1, {namedM, var(14, 8, 2, 2), notM},
+         {{2, 8, 1}, {2, 16, 1}, {2, 9, 1}, {2, 24, 1}, {2, 25, 1}}},
         // Counts of 0 and below take part; nothing is cut at an area's end.
         {1, 0, 32,
          {var(14, 0, 2), var(14, 20, 0), var(14, 7990, 20), var(15, 0, -5), var(15, 3, 2)},
@@ -156,6 +159,14 @@ TEST_F(ReadList, HostileListsGiveBoundedBlocksAndNeverHang)
     for (const RW_VAR &p : none)
         got.push_back({p.address, p.count});
     EXPECT_EQ(Blocks({{100, 0}, {100, 7}, {100, -3}, {97, -2}}), got);
+    none.clear();
+    v.address = INT_MAX - 1;
+    WhetherGroup(6, 2, &v, &none);  // the next piece would start past INT_MAX
+    v.address = 0;
+    WhetherGroup(70000, 1, &v, &none);  // 65,536 pieces at most
+    ASSERT_EQ(1 + 65536, none.size());
+    EXPECT_EQ(INT_MAX - 1, none.first().address);
+    EXPECT_EQ(65535, none.last().address);
 }
 
 // The passes written out as plainly as they read: a stable sort, a scan of the

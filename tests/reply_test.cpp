@@ -43,6 +43,9 @@ TEST(Reply, GoodReadsAreStoredTheListTurnsAndTheScanCompletes)
 {
     ComInfo *info = resetDriver();
     EXPECT_EQ(DataCom(nullptr, 0)->result, 1);  // nothing in flight
+    PLC_driver.sendQueue.append(Protocol());
+    EXPECT_EQ(CheckGetData(nullptr, 5), 0);  // bytes announced but none held
+    PLC_driver.sendQueue.clear();
     for (int i = 0; i < 3; ++i) {
         RW_VAR r = request(14, 100 + 10 * i, 2);
         AddListReadVar(&r);
@@ -76,6 +79,21 @@ TEST(Reply, GoodReadsAreStoredTheListTurnsAndTheScanCompletes)
     const int covered = (big.size() - 2) & 0xFFFF;  // what a cut count would cover
     big.replace(big.size() - 2, 2, withCrc(big.left(covered)).right(2));
     EXPECT_EQ(answer(big), 1);
+
+    // A one-off read's reply leaves the cyclic list where it was.
+    resetDriver();
+    for (int a : {100, 110}) {
+        RW_VAR r = request(14, a, 1);
+        AddListReadVar(&r);
+    }
+    RW_VAR once = request(14, 300, 1);
+    AddListOnceReadVar(&once, 1);
+    QList<int> sent;
+    for (int i = 0; i < 4; ++i) {
+        sent << ComCommunication()->var.address;
+        answerGood();
+    }
+    EXPECT_EQ(sent, QList<int>({300, 100, 110, 100}));
 }
 
 TEST(Reply, RetriesCountAcrossFramesUntilTheLimit)

@@ -64,6 +64,9 @@ TEST(Store, RepliesAndWritesPerStation)
     EXPECT_EQ(6, PLC_driver.extendList.size());
     storeReply(1, 3, 0, QByteArray("\xFF", 1), 6);  // groups 24..40 get no byte
     EXPECT_EQ(QByteArray(), dataOf(1, 3, 40));
+    storeReply(1, 14, 200, QByteArray("\x12\x34", 2), 6);  // word 201 takes the CRC bytes
+    EXPECT_EQ(QByteArray("\xBB\xAA", 2), dataOf(1, 14, 201));
+    EXPECT_EQ(QByteArray(), dataOf(1, 14, 202));
 
     RW_VAR w;
     w.station = 1;
