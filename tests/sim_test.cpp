@@ -17,40 +17,16 @@
 #include <vector>
 
 #include "support/run_command.h"
+#include "support/rvsim_process.h"
 
 namespace {
 
-std::string scratchFile(const std::string &text = "")
-{
-    char name[] = "/tmp/rv-sim-test-XXXXXX";
-    close(mkstemp(name));
-    std::ofstream(name) << text;
-    return name;
-}
-
-std::string readFile(const std::string &name)
-{
-    std::ifstream f(name);
-    return std::string(std::istreambuf_iterator<char>(f), {});
-}
-
-// rvsim on a new pseudo-terminal, its standard output and error in a file.
-class RunningSim {
+// rvsim with a libmodbus master on its line.
+class RunningSim : public Sim {
 public:
-    explicit RunningSim(const std::string &args)
+    explicit RunningSim(const std::string &args) : Sim(args)
     {
-        const std::string sh = "exec '" RVSIM_PATH "' " + args + " >" + out_ + " 2>&1 </dev/null";
-        if ((pid_ = fork()) == 0) {
-            execl("/bin/sh", "sh", "-c", sh.c_str(), static_cast<char *>(nullptr));
-            _exit(127);
-        }
-        for (int waited = 0; waited < 10000 && path_.empty(); waited += 20, usleep(20000)) {
-            const std::string t = output();
-            const size_t at = t.find("listening on ");
-            if (at != std::string::npos && t.find(' ', at + 13) != std::string::npos)
-                path_ = t.substr(at + 13, t.find(' ', at + 13) - at - 13);
-        }
-        ctx_ = modbus_new_rtu(path_.c_str(), 19200, 'N', 8, 1);
+        ctx_ = modbus_new_rtu(path().c_str(), 19200, 'N', 8, 1);
         if (ctx_ && (modbus_set_slave(ctx_, 1) != 0 || modbus_connect(ctx_) != 0)) {
             modbus_free(ctx_);
             ctx_ = nullptr;
@@ -62,18 +38,10 @@ public:
             modbus_close(ctx_);
             modbus_free(ctx_);
         }
-        int status = 0;
-        if (pid_ > 0 && kill(pid_, SIGTERM) == 0)
-            waitpid(pid_, &status, 0);
-        unlink(out_.c_str());
     }
     modbus_t *master() const { return ctx_; }
-    std::string output() const { return readFile(out_); }
 
 private:
-    const std::string out_ = scratchFile();
-    pid_t pid_ = -1;
-    std::string path_;
     modbus_t *ctx_ = nullptr;
 };
 

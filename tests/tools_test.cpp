@@ -22,32 +22,10 @@
 #include "poll_stats.h"
 #include "serial_link.h"
 #include "support/run_command.h"
+#include "support/rvsim_process.h"
 #include "varspec.h"
 
 namespace {
-
-std::string scratchFile()
-{
-    char name[] = "/tmp/rv-tools-test-XXXXXX";
-    close(mkstemp(name));
-    return name;
-}
-
-std::string readFile(const std::string &name)
-{
-    std::ifstream f(name);
-    return std::string(std::istreambuf_iterator<char>(f), {});
-}
-
-// Those of `parts` that `text` lacks, each in brackets; empty when it has them all.
-std::string missing(const std::string &text, const std::vector<const char *> &parts)
-{
-    std::string lacks;
-    for (const char *part : parts)
-        if (text.find(part) == std::string::npos)
-            lacks += std::string("[") + part + "]";
-    return lacks;
-}
 
 struct Result {
     int status = -1;  // exit status; 137 when it had to be killed
@@ -69,55 +47,6 @@ Result run(const std::string &command, const std::string &input = ":")
     unlink(err.c_str());
     return r;
 }
-
-// rvsim running in the background, its output going to a file.
-class Sim {
-public:
-    explicit Sim(const std::string &args = "")
-    {
-        const std::string sh = "exec '" RVSIM_PATH "' " + args + " >" + log_ + " 2>&1 </dev/null";
-        if ((pid_ = fork()) == 0) {
-            execl("/bin/sh", "sh", "-c", sh.c_str(), static_cast<char *>(nullptr));
-            _exit(127);
-        }
-        if (waitFor({"listening on "})) {
-            const std::string t = output();
-            const size_t at = t.find("listening on ") + 13;
-            path_ = t.substr(at, t.find(' ', at) - at);
-        }
-    }
-    ~Sim()
-    {
-        stop();
-        unlink(log_.c_str());
-    }
-
-    const std::string &path() const { return path_; }
-    std::string output() const { return readFile(log_); }
-    // Waits up to ten seconds for the output to show all of `parts`.
-    bool waitFor(std::initializer_list<const char *> parts) const
-    {
-        for (int waited = 0; waited < 10000; waited += 20, usleep(20000))
-            if (missing(output(), parts).empty())
-                return true;
-        return false;
-    }
-    // SIGTERM; returns the exit status (0 on a clean stop).
-    int stop()
-    {
-        int status = 0;
-        if (pid_ > 0 && kill(pid_, SIGTERM) == 0 && waitpid(pid_, &status, 0) == pid_)
-            status_ = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        pid_ = -1;
-        return status_;
-    }
-
-private:
-    const std::string log_ = scratchFile();
-    pid_t pid_ = -1;
-    int status_ = -1;
-    std::string path_;
-};
 
 // The library of this build tree, named explicitly: the sanitizers' dlopen
 // interceptors hide rvpoll's RUNPATH from the loader.
