@@ -50,8 +50,8 @@ ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 LIBRARY_DIRS = ("driver", "frames", "lists", "localarea")
 # Test programs that check the packaging, the tools, the documentation or the
 # exported names rather than the library's behaviour; left out by default.
-OTHER_TESTS = ("tools_test", "sim_test", "package_install_test", "integration_doc_test",
-               "exports_test", "minimal_runtime_test")
+OTHER_TESTS = ("tools_test", "sim_test", "package_install_test", "exports_test",
+               "minimal_runtime_test")
 EQUIVALENT_FILE = os.path.join(ROOT, "scripts", "mutate-equivalent.txt")
 
 

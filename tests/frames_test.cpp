@@ -53,6 +53,7 @@ TEST(Frames, WorkedFramesAndTheReplyEachAwaits)
     } cases[] = {
         {ReadRegister, request(M, 0, 2), "7/3/2", -1, "010100000010 3DC6"},
         {ReadBool, request(M, 0, 2), "7/3/2", -1, "010100000010 3DC6"},
+        {ReadAnalog, request(D, 100, 10), "25/3/20", -1, "01030064000A 8412"},
         {ReadRegister, request(D, 100, 10), "25/3/20", -1, "01030064000A 8412"},
         {ReadRegister, request(M, 0, 0), "5/3/0", 4, "0000"},
         {ReadRegister, request(D, 0, 1, 257), "7/3/2", 0, "01"},  // station cut to its byte

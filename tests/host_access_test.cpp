@@ -47,13 +47,14 @@ TEST(HostAccess, QueuedWritesSplitPadAndCut)
     ComInfo *info = resetDriver();
     info->blockUnits = 2;
     info->defaultStation = 7;
+    info->localLinkNo = 6;
     const QList<RW_VAR> &q = PLC_driver.writeList;
     EXPECT_EQ(3, set(14, "100", QByteArray("\x00\x01\x02\x03\x04\x05\x06\x07\x08", 9), 5, 9));
     ASSERT_EQ(3, q.size());
     EXPECT_EQ(102, q[1].address);
     EXPECT_EQ(QByteArray("\x04\x05\x06\x07", 4), q[1].value);
     EXPECT_EQ(QByteArray("\x08\x00", 2), q[2].value);  // one word, padded
-    EXPECT_EQ(7, q[2].station);
+    EXPECT_TRUE(q[2].station == 7 && q[2].linkNo == 6);
 
     resetDriver()->blockUnits = 0;
     info->remoteLink = 1;

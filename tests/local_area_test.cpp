@@ -59,7 +59,12 @@ TEST(Accessors, BitWriteRuleAndWordOrder)
     GetWord_32Bit(kept, nullptr, 0, 4);
     SetBit_unsigned_short(0, nullptr, &two, 2);
     SetBit_unsigned_char(0, nullptr, &two, 2);
+    SetValue_32Bit(0, words, nullptr, 2);
     EXPECT_EQ(QByteArray("k", 1), kept);
+    PLC_driver.sendQueue.append(Protocol());
+    PLC_driver.sendQueue.first().var.areaType = 2;
+    SaveBit_unsigned_char(nullptr, bits);  // a bit frame in flight, no reply
+    PLC_driver.sendQueue.clear();
 }
 
 TEST(Accessors, GuardCutsEveryAreaAtItsEnd)

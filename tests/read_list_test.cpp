@@ -77,6 +77,8 @@ TEST_F(ReadList, WorkedExamplesOfTheGroupingAndBothFinalPasses)
         // Per variable: M3 of 0 bits is one byte, a type above 25 takes the word rule.
         {0, 1, 32, {var(2, 3, 0, 3), var(2, 7984, 16, 3), var(30, 1, 5, 3), var(14, 7990, 20, 3)},
          {{3, 0, 1}, {3, 7984, 3}, {3, 1, 5}, {3, 7990, 20}}},
+        // Far addresses are told apart from other areas' near ones.
+        {0, 1, 32, {var(14, 262144, 1, 3), var(15, 0, 1, 3)}, {{3, 262144, 1}, {3, 0, 1}}},
         // Grouped D blocks first, then the single-station pass: M byte, then D again.
         {4, 0, 32,
          {var(14, 40, 2, 9), var(14, 100, 70), var(14, 0, 2), var(14, 10, 4), var(2, 0, 8)},

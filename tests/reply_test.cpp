@@ -45,6 +45,8 @@ TEST(Reply, GoodReadsAreStoredTheListTurnsAndTheScanCompletes)
     EXPECT_EQ(DataCom(nullptr, 0)->result, 1);  // nothing in flight
     PLC_driver.sendQueue.append(Protocol());
     EXPECT_EQ(CheckGetData(nullptr, 5), 0);  // bytes announced but none held
+    QByteArray five(5, '\0');
+    EXPECT_EQ(CheckGetData(&five, 1), 0);  // shorter than a CRC
     PLC_driver.sendQueue.clear();
     for (int i = 0; i < 3; ++i) {
         RW_VAR r = request(14, 100 + 10 * i, 2);

@@ -67,6 +67,16 @@ TEST(Store, RepliesAndWritesPerStation)
     storeReply(1, 14, 200, QByteArray("\x12\x34", 2), 6);  // word 201 takes the CRC bytes
     EXPECT_EQ(QByteArray("\xBB\xAA", 2), dataOf(1, 14, 201));
     EXPECT_EQ(QByteArray(), dataOf(1, 14, 202));
+    Protocol bare;  // a reply with no header: its data from byte 0
+    bare.var.station = 1;
+    bare.var.areaType = 14;
+    bare.var.address = 300;
+    bare.replyDataLength = 2;
+    PLC_driver.sendQueue.clear();
+    PLC_driver.sendQueue.append(bare);
+    QByteArray data("\x12\x34\xAA\xBB", 4);
+    SaveToLocalDataErea(&data);
+    EXPECT_EQ(QByteArray("\x34\x12", 2), dataOf(1, 14, 300));
 
     RW_VAR w;
     w.station = 1;
