@@ -29,6 +29,9 @@ TEST(HostAccess, ReadsFromTheMirror)
     QByteArray out, keep("keep");
     EXPECT_EQ(1, get(0, "17", out, 3));
     EXPECT_EQ(QByteArray("\x01\x00\x01", 3), out);
+    QByteArray one;
+    EXPECT_EQ(1, get(0, "21", one, 1));
+    EXPECT_EQ(QByteArray("\x01", 1), one);
     EXPECT_EQ(1, get(14, "7999", out, 0x7FFFFFFF));  // cut at D's end
     EXPECT_EQ(QByteArray("\x02\x01\x01", 3), out);
     EXPECT_EQ(1, get(14, "abc", out, 1));

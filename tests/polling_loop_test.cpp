@@ -12,7 +12,6 @@
 #include "support/driver_reset.h"
 #include "support/frame_request.h"
 #include "support/pty_peer.h"
-#include "support/variable.h"
 
 namespace {
 
@@ -85,57 +84,4 @@ TEST(PollingLoop, NoWriteLostWhileOtherThreadsWork)
     for (const QMap<int, int> &last : {lastSet, lastQueued})
         for (auto it = last.constBegin(); it != last.constEnd(); ++it)
             EXPECT_EQ(peer.server().reg(it.key()), it.value()) << "D" << it.key();
-}
-
-TEST(PollingLoop, RebuiltListReadsEveryVariable)
-{
-    // Each variable with the coil or register of its first element.
-    const struct {
-        VarInfo var;
-        int first;
-    } vars[] = {
-        {variable("D", 14, "0", 1, 1), 0},         {variable("D", 14, "5", 4, 2), 5},
-        {variable("D", 14, "100", 70, 1), 100},    {variable("TD", 15, "3", 1, 2), 0x8003},
-        {variable("FS", 25, "47", 1, 1), 0xF4EF},  {variable("HSD", 24, "490", 10, 1), 0xBA6A},
-        {variable("M", 2, "3", 1, 1), 3},          {variable("M", 2, "5", 2, 2), 5},
-        {variable("M", 2, "40", 30, 1), 40},       {variable("S", 3, "1021", 3, 1), 0x73FD},
-        {variable("X", 0, "0", 16, 1), 0x5000},    {variable("X", 0, "60", 8, 2), 0x5030},
-        {variable("Y", 1, "10000", 8, 1), 0x6100}, {variable("SEM", 13, "30", 2, 2), 0xC09E}};
-    for (int multi = 0; multi <= 1; ++multi) {
-        PtyPeer peer;
-        ASSERT_TRUE(peer.ok());
-        ModbusServer &plc = peer.server();
-        plc.setStations(std::vector<int>{1, 2});
-        for (int a = 0; a < 65536; ++a) {
-            plc.setRegister(a, uint16_t(a * 7 + 3));
-            plc.setCoil(a, (a * 5) % 3 == 0);
-        }
-        ComInfo *info = resetDriver();
-        info->multiStation = multi;
-        info->blockUnits = 8;
-        QList<VarInfo> list;
-        for (const auto &v : vars)
-            list << v.var;
-        ASSERT_GT(ReCreatReadVarList(&list), 0);
-        for (int round = 0; round < PLC_driver.readList.size(); ++round)
-            ASSERT_EQ(pollOnce(peer), 1) << "multiStation " << multi << " round " << round;
-
-        for (const auto &v : vars) {
-            const VarInfo &var = v.var;
-            const QByteArray out =
-                get(var.areaType, var.addressText, var.count, multi ? var.station : 1);
-            const bool bits = var.areaType < 14;
-            ASSERT_EQ(out.size(), bits ? var.count : 2 * var.count);
-            for (int i = 0; i < var.count; ++i) {
-                const int got =
-                    bits ? out.at(i) : uchar(out.at(2 * i)) | uchar(out.at(2 * i + 1)) << 8;
-                const int want = bits ? plc.coil(v.first + i) : plc.reg(v.first + i);
-                EXPECT_EQ(got, want)
-                    << var.areaName.toStdString() << var.addressText.toStdString() << " + " << i;
-            }
-        }
-        if (multi) {  // a station nobody polled reads as zero
-            EXPECT_EQ(get(14, "100", 1, 3), QByteArray(2, '\0'));
-        }
-    }
 }
