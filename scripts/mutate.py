@@ -10,6 +10,9 @@ Run it through scripts/mutate, which installs what the build needs first.
   scripts/mutate --report           the last run's report again (after marking
                                     equivalent mutants)
   scripts/mutate --mutant ID ...    only these mutants
+  scripts/mutate --survivors        the last run's survivors again, after tests
+                                    were added, merged into that run's report
+                                    (the other mutants keep their killers)
   scripts/mutate --tests reply_test,queues_test
                                     only these test programs ('all' for every one)
 
@@ -548,6 +551,8 @@ def parse_args():
     p.add_argument("--seed", type=int, default=1, help="sampling seed (default 1)")
     p.add_argument("--mutant", nargs="+", metavar="ID", help="run only these mutants")
     p.add_argument("--list", action="store_true", help="list every mutant and stop")
+    p.add_argument("--survivors", action="store_true",
+                   help="run the last run's survivors again and merge them into its results")
     p.add_argument("--report", action="store_true",
                    help="report the last run again, leaving out mutants since marked equivalent")
     p.add_argument("--tests", metavar="LIST",
@@ -607,6 +612,13 @@ def main():
             return 1
 
     equivalent = read_equivalent()
+    saved = None
+    if args.survivors:
+        with open(os.path.join(work, "results.json"), encoding="utf-8") as f:
+            saved = json.load(f)
+        args.seed = saved["seed"]
+        args.mutant = [r["id"] for r in saved["mutants"]
+                       if r["status"] == "survived" and r["id"] in by_id]
     if args.mutant:
         missing = [i for i in args.mutant if i not in by_id]
         if missing:
@@ -747,6 +759,10 @@ def main():
         shutil.rmtree(snap_dir, ignore_errors=True)
     for r in results:
         r.pop("pending", None)
+    if saved is not None and not interrupted:
+        again = {r["id"]: r for r in results}
+        results = [again.get(r["id"], r) for r in saved["mutants"] if r["id"] not in equivalent]
+        skipped_equivalent = saved["equivalent"] + len(saved["mutants"]) - len(results)
     with open(os.path.join(work, "results.json"), "w", encoding="utf-8") as f:
         json.dump({"seed": args.seed, "tests": args.test_names, "total": len(mutants),
                    "equivalent": skipped_equivalent, "mutants": results}, f, indent=1)

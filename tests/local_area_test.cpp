@@ -43,8 +43,9 @@ TEST(Accessors, BitWriteRuleAndWordOrder)
     EXPECT_EQ(QByteArray("\x34\x12\x78\x56\x77\x77", 6), w);
     GetWord_32Bit(p32, words, 1, 5);  // high word first, odd last word dropped, the rest kept
     EXPECT_EQ(QByteArray("\x78\x56\x34\x12\x03\x01\x77\x77kk", 10), p32);
-    SetValue_32Bit(0, words, &p32, 2);
+    SetValue_32Bit(0, words, &p32, 4);
     EXPECT_EQ(0x12345678u, unsigned(words[0]) << 16 | words[1]);
+    EXPECT_EQ(0x01037777u, unsigned(words[3]) << 16 | words[2]);
 
     // Two input bytes set two bits, and the third is left alone.
     sixteen[0] = 0x0007;

@@ -350,7 +350,8 @@ TEST_F(ReadList, FastPassesAndBubbleSortMatchThePlainAlgorithmsOnRandomLists)
     }
 
     // Bubble_Sort: small and large lists, narrow and full-width addresses, repeats.
-    for (int n : {0, 1, 5, 63, 64, 300, 5000})
+    Bubble_Sort(nullptr);
+    for (int n : {0, 1, 2, 5, 63, 64, 300, 5000})
         for (int wide = 0; wide < 3; ++wide) {
             QList<RW_VAR> list;
             for (int i = 0; i < n; ++i) {
@@ -358,7 +359,7 @@ TEST_F(ReadList, FastPassesAndBubbleSortMatchThePlainAlgorithmsOnRandomLists)
                 v.address = wide == 0   ? std::rand() % 50
                             : wide == 1 ? std::rand() % 9000
                                         : int(unsigned(std::rand()) * 2654435761u);
-                if (i % 97 == 1)
+                if (i % 97 == 1)  // so a list of two is out of order
                     v.address = i % 2 ? INT_MIN : INT_MAX;
                 v.ownerId = i;
                 list << v;

@@ -3,16 +3,9 @@
 // Built and run natively only, next to the program (sim/rvsim.cmake).
 #include <gtest/gtest.h>
 
-#include <signal.h>
-#include <stdlib.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <errno.h>
 #include <modbus/modbus.h>
 
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 

@@ -5,15 +5,12 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
-#include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <stdlib.h>
 
 #include <algorithm>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
