@@ -47,6 +47,8 @@ TEST(Store, IndexedLookupMatchesLinearWalk)
     const int size = PLC_driver.extendList.size();
     EXPECT_EQ(planted, ExtendFindSameVar(9, 0, 0));
     EXPECT_EQ(size, PLC_driver.extendList.size());
+    PLC_driver.extendList = QList<EXTENDVAR>() << EXTENDVAR() << EXTENDVAR();  // replaced
+    EXPECT_EQ(2, ExtendFindSameVar(9, 0, 0));
 }
 
 TEST(Store, RepliesAndWritesPerStation)
