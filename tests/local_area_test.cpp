@@ -61,10 +61,16 @@ TEST(Accessors, BitWriteRuleAndWordOrder)
     SetBit_unsigned_short(0, nullptr, &two, 2);
     SetBit_unsigned_char(0, nullptr, &two, 2);
     SetValue_32Bit(0, words, nullptr, 2);
+    SetValue_32Bit(0, nullptr, &p32, 2);
     EXPECT_EQ(QByteArray("k", 1), kept);
     PLC_driver.sendQueue.append(Protocol());
     PLC_driver.sendQueue.first().var.areaType = 2;
     SaveBit_unsigned_char(nullptr, bits);  // a bit frame in flight, no reply
+    PLC_driver.sendQueue.first().var.areaType = 14;
+    PLC_driver.sendQueue.first().replyDataLength = 2;
+    QByteArray word("\x12\x34", 2);
+    SaveWord_unsigned_short(&word, words);  // a word frame in flight, no header
+    EXPECT_EQ(0x1234, words[0]);
     PLC_driver.sendQueue.clear();
 }
 

@@ -139,6 +139,7 @@ TEST_F(ReadList, HostileListsGiveBoundedBlocksAndNeverHang)
     QList<RW_VAR> none;
     WhetherGroup(0, 4, &v, &none);
     WhetherGroup(5, -2, &v, &none);
+    WhetherGroup(5, 2, nullptr, &none);
     BitVarReCreat(&none, 8);
     EXPECT_TRUE(none.isEmpty() && PLC_driver.readList.size() == 1);
     PLC_driver.readList.clear();

@@ -32,6 +32,7 @@ TEST(Store, IndexedLookupMatchesLinearWalk)
     resetDriver();
     std::srand(7);
     int planted = -1;
+    EXPECT_EQ(0, ExtendFindSameVar(300, 1, 1));  // a key kept whole, at index 0
     for (int i = 0; i < 6000; ++i) {
         // Stations past 255 and addresses past 65535 (or below 0) are
         // indexed apart from the others.
@@ -45,6 +46,7 @@ TEST(Store, IndexedLookupMatchesLinearWalk)
         }
     }
     const int size = PLC_driver.extendList.size();
+    EXPECT_EQ(0, ExtendFindSameVar(300, 1, 1));  // through every growth of the index
     EXPECT_EQ(planted, ExtendFindSameVar(9, 0, 0));
     EXPECT_EQ(size, PLC_driver.extendList.size());
     PLC_driver.extendList = QList<EXTENDVAR>() << EXTENDVAR() << EXTENDVAR();  // replaced
