@@ -6,6 +6,7 @@
 
 #include "localarea/store.h"
 #include "support/driver_reset.h"
+#include "support/frame_request.h"
 #include "support/stored_reply.h"
 
 namespace {
@@ -82,22 +83,14 @@ TEST(Store, RepliesAndWritesPerStation)
     SaveToLocalDataErea(&data);
     EXPECT_EQ(QByteArray("\x34\x12", 2), dataOf(1, 14, 300));
 
-    RW_VAR w;
-    w.station = 1;
-    w.areaType = 3;
-    w.address = 41;
-    w.count = 2;
-    w.value = QByteArray("\x01\x02", 2);
+    RW_VAR w = request(3, 41, 2, 1, QByteArray("\x01\x02", 2));
     WriteDataToLocal(&w);  // an entry a reply left empty stays empty
     EXPECT_EQ(QByteArray(), dataOf(1, 3, 40));
     w.address = 2;  // group 0 holds 0xFF: bit 2 stays, bit 3 is cleared
     WriteDataToLocal(&w);
     EXPECT_EQ(QByteArray("\xF7", 1), dataOf(1, 3, 0));
 
-    w.areaType = 15;
-    w.address = 574;
-    w.count = 5;  // cut at TD's end: words 574 and 575
-    w.value = QByteArray("\x01\x02\x03\x04\x05\x06", 6);
+    w = request(15, 574, 5, 1, QByteArray("\x01\x02\x03\x04\x05\x06", 6));  // cut at TD's end
     const int before = PLC_driver.extendList.size();
     WriteDataToLocal(&w);
     EXPECT_EQ(before + 2, PLC_driver.extendList.size());
@@ -129,12 +122,7 @@ TEST(Store, ValuesReadBackForAnyStationNumber)
         GetRegisterData(QString(), 2, "8", r.station, &bits, 2);
         EXPECT_EQ(QByteArray(r.word, 2), word) << r.station;
         EXPECT_EQ(QByteArray(r.bits, 2), bits) << r.station;
-        RW_VAR w;
-        w.station = r.station;
-        w.areaType = 14;
-        w.address = 7;
-        w.count = 1;
-        w.value = QByteArray("\x5A\xA5", 2);
+        RW_VAR w = request(14, 7, 1, r.station, QByteArray("\x5A\xA5", 2));
         WriteDataToLocal(&w);
         GetRegisterData(QString(), 14, "7", r.station, &word, 1);
         EXPECT_EQ(QByteArray("\x5A\xA5", 2), word) << r.station;
