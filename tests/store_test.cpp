@@ -57,16 +57,19 @@ TEST(Store, IndexedLookupMatchesLinearWalk)
 TEST(Store, RepliesAndWritesPerStation)
 {
     resetDriver()->multiStation = 1;
-    storeReply(1, 14, 100, QByteArray("\x12\x34", 2));
+    storeReply(1, 14, 100, QByteArray("\x12\x34\x56\x78", 4));
     storeReply(2, 14, 100, QByteArray("\x56\x78", 2));
     EXPECT_EQ(QByteArray("\x34\x12", 2), dataOf(1, 14, 100));
     EXPECT_EQ(QByteArray("\x78\x56", 2), dataOf(2, 14, 100));
+    QByteArray two;
+    GetRegisterData(QString(), 14, "100", 1, &two, 2);
+    EXPECT_EQ(QByteArray("\x34\x12\x78\x56", 4), two);
     storeReply(1, 2, 16, QByteArray("\x05\x80", 2));
     EXPECT_EQ(QByteArray("\x05", 1), dataOf(1, 2, 16));
     EXPECT_EQ(QByteArray("\x80", 1), dataOf(1, 2, 24));
     storeReply(1, 30, 0, QByteArray(2, '\x01'));
     storeReply(1, 18, 30, QByteArray(8, '\x01'));  // ETD has words 0..31 only
-    EXPECT_EQ(6, PLC_driver.extendList.size());
+    EXPECT_EQ(7, PLC_driver.extendList.size());
     storeReply(1, 3, 0, QByteArray("\xFF", 1), 6);  // groups 24..40 get no byte
     EXPECT_EQ(QByteArray(), dataOf(1, 3, 40));
     storeReply(1, 14, 200, QByteArray("\x12\x34", 2), 6);  // word 201 takes the CRC bytes
