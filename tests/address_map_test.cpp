@@ -54,4 +54,6 @@ TEST(AddressMap, FixedBasesCoverFirstAndLastElementOfEveryArea)
         EXPECT_EQ(WordElementToRegister(t, 100), 100) << t;
     for (int t : {14, -5})
         EXPECT_EQ(BitElementToCoil(t, 9), 9) << t;
+    EXPECT_STREQ(areaName(12), "HSC");
+    EXPECT_EQ(areaName(26), nullptr);
 }

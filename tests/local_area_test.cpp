@@ -62,6 +62,7 @@ TEST(Accessors, BitWriteRuleAndWordOrder)
     SetBit_unsigned_char(0, nullptr, &two, 2);
     SetValue_32Bit(0, words, nullptr, 2);
     SetValue_32Bit(0, nullptr, &p32, 2);
+    SetValue_unsigned_short(0, words, nullptr, 1);
     EXPECT_EQ(QByteArray("k", 1), kept);
     PLC_driver.sendQueue.append(Protocol());
     PLC_driver.sendQueue.first().var.areaType = 2;
