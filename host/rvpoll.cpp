@@ -256,8 +256,9 @@ int main(int argc, char **argv)
     poller.stop();
 
     const PollStats s = poller.stats();
-    // Plain output ends with the values as they were last read.
-    if (!view.live && !o.json && !o.csv && s.scans > 0 && s.scans != view.shownScan)
+    // Plain output ends with the values as they were last read, and with
+    // the link's state when it is down at the end.
+    if (!view.live && !o.json && !o.csv && s.scans > 0 && (s.scans != view.shownScan || !s.linkUp))
         show(view, s);
     if (view.live)
         printf("\n");  // the summary goes below the prompt line, not onto it
