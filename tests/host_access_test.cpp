@@ -57,7 +57,7 @@ TEST(HostAccess, QueuedWritesSplitPadAndCut)
     EXPECT_EQ(102, q[1].address);
     EXPECT_EQ(QByteArray("\x04\x05\x06\x07", 4), q[1].value);
     EXPECT_EQ(QByteArray("\x08\x00", 2), q[2].value);  // one word, padded
-    EXPECT_TRUE(q[2].station == 7 && q[2].linkNo == 6);
+    EXPECT_TRUE(q[2].station == 7 && q[2].linkNo == 6 && q[2].ownerType == 3);
 
     resetDriver()->blockUnits = 0;
     info->remoteLink = 1;

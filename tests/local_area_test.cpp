@@ -43,12 +43,14 @@ TEST(Accessors, BitWriteRuleAndWordOrder)
     EXPECT_EQ(QByteArray("\x34\x12\x78\x56\x77\x77", 6), w);
     GetWord_32Bit(p32, words, 1, 5);  // high word first, odd last word dropped, the rest kept
     EXPECT_EQ(QByteArray("\x78\x56\x34\x12\x03\x01\x77\x77kk", 10), p32);
+    GetWord_32Bit(w, words, 3, 2);  // one pair
+    EXPECT_EQ(QByteArray("\x03\x01\x77\x77", 4), w.left(4));
     SetValue_32Bit(0, words, &p32, 4);
     EXPECT_EQ(0x12345678u, unsigned(words[0]) << 16 | words[1]);
     EXPECT_EQ(0x01037777u, unsigned(words[3]) << 16 | words[2]);
 
     // Two input bytes set two bits, and the third is left alone.
-    sixteen[0] = 0x0007;
+    sixteen[0] = 0x0006;
     QByteArray two("\x01\x00", 2);
     SetBit_unsigned_short(0, sixteen, &two, 3);
     EXPECT_EQ(0x0005, sixteen[0]);
@@ -71,6 +73,7 @@ TEST(Accessors, BitWriteRuleAndWordOrder)
     PLC_driver.sendQueue.first().replyDataLength = 2;
     QByteArray word("\x12\x34", 2);
     SaveWord_unsigned_short(&word, words);  // a word frame in flight, no header
+    SaveWord_unsigned_short(nullptr, words);
     EXPECT_EQ(0x1234, words[0]);
     PLC_driver.sendQueue.clear();
 }
@@ -107,6 +110,10 @@ TEST(SaveReplies, MirrorPlacementAndBounds)
     storeReply(1, 25, 46, QByteArray(16, '\x01'));  // FS holds 48 words
     EXPECT_EQ(0x0101, area.localFS[47]);
     EXPECT_EQ(0, strayBytes(area.localFS + 46, 4));
+
+    resetDriver();
+    storeReply(1, 2, -1, QByteArray("\x05\xAA", 2));  // M-1 rounds down to M-8
+    EXPECT_EQ(0xAA, area.localM[0]);
 
     // A header length below 0 (the runtime's word) stores only the units
     // whose bytes lie inside the reply.

@@ -142,6 +142,11 @@ TEST_F(ReadList, HostileListsGiveBoundedBlocksAndNeverHang)
     WhetherGroup(5, 2, nullptr, &none);
     BitVarReCreat(&none, 8);
     EXPECT_TRUE(none.isEmpty() && PLC_driver.readList.size() == 1);
+    RW_VAR many = v;
+    many.address = 0;
+    many.count = 70000;
+    addressAdd(many, 1, true);  // 65,536 pieces at most
+    EXPECT_EQ(1 + 65536, PLC_driver.readList.size());
     PLC_driver.readList.clear();
     for (int a : {0, 5, 30}) {
         v.address = a;

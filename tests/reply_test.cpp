@@ -47,6 +47,9 @@ TEST(Reply, GoodReadsAreStoredTheListTurnsAndTheScanCompletes)
     EXPECT_EQ(CheckGetData(nullptr, 5), 0);  // bytes announced but none held
     QByteArray five(5, '\0');
     EXPECT_EQ(CheckGetData(&five, 1), 0);  // shorter than a CRC
+    five = withCrc(QByteArray("\x01\x03\x00", 3));
+    five[4] = char(five[4] ^ 1);  // the CRC's high byte wrong
+    EXPECT_EQ(CheckGetData(&five, 5), 0);
     PLC_driver.sendQueue.clear();
     for (int i = 0; i < 3; ++i) {
         RW_VAR r = request(14, 100 + 10 * i, 2);

@@ -92,6 +92,10 @@ TEST(Store, RepliesAndWritesPerStation)
     w.address = 2;  // group 0 holds 0xFF: bit 2 stays, bit 3 is cleared
     WriteDataToLocal(&w);
     EXPECT_EQ(QByteArray("\xF7", 1), dataOf(1, 3, 0));
+    w.address = 4;
+    w.count = 1;  // the value's second byte is not written to bit 5
+    WriteDataToLocal(&w);
+    EXPECT_EQ(QByteArray("\xF7", 1), dataOf(1, 3, 0));
 
     w = request(15, 574, 5, 1, QByteArray("\x01\x02\x03\x04\x05\x06", 6));  // cut at TD's end
     const int before = PLC_driver.extendList.size();
