@@ -71,10 +71,10 @@ TEST(Accessors, BitWriteRuleAndWordOrder)
     SaveBit_unsigned_char(nullptr, bits);  // a bit frame in flight, no reply
     PLC_driver.sendQueue.first().var.areaType = 14;
     PLC_driver.sendQueue.first().replyDataLength = 2;
-    QByteArray word("\x12\x34", 2);
+    QByteArray word("\x43\x21", 2);
     SaveWord_unsigned_short(&word, words);  // a word frame in flight, no header
     SaveWord_unsigned_short(nullptr, words);
-    EXPECT_EQ(0x1234, words[0]);
+    EXPECT_EQ(0x4321, words[0]);
     PLC_driver.sendQueue.clear();
 }
 
