@@ -36,18 +36,18 @@ TEST(Accessors, BitWriteRuleAndWordOrder)
     GetBit_unsigned_short(b, sixteen, 15, 3);
     EXPECT_EQ(QByteArray("\x01\x00\x01", 3), b);
 
-    unsigned short words[6] = {0, 0, 0, 0x7777, 0x0103, 0x0909};
+    unsigned short words[6] = {0, 0, 0, 0x7766, 0x0103, 0x0909};
     QByteArray v("\x34\x12\x78\x56", 4), w, p32("kkkkkkkkkk", 10);
     SetValue_unsigned_short(1, words, &v, 3);
     GetWord_unsigned_short(w, words, 1, 3);
-    EXPECT_EQ(QByteArray("\x34\x12\x78\x56\x77\x77", 6), w);
+    EXPECT_EQ(QByteArray("\x34\x12\x78\x56\x66\x77", 6), w);
     GetWord_32Bit(p32, words, 1, 5);  // high word first, odd last word dropped, the rest kept
-    EXPECT_EQ(QByteArray("\x78\x56\x34\x12\x03\x01\x77\x77kk", 10), p32);
+    EXPECT_EQ(QByteArray("\x78\x56\x34\x12\x03\x01\x66\x77kk", 10), p32);
     GetWord_32Bit(w, words, 3, 2);  // one pair
-    EXPECT_EQ(QByteArray("\x03\x01\x77\x77", 4), w.left(4));
+    EXPECT_EQ(QByteArray("\x03\x01\x66\x77", 4), w.left(4));
     SetValue_32Bit(0, words, &p32, 4);
     EXPECT_EQ(0x12345678u, unsigned(words[0]) << 16 | words[1]);
-    EXPECT_EQ(0x01037777u, unsigned(words[3]) << 16 | words[2]);
+    EXPECT_EQ(0x01037766u, unsigned(words[3]) << 16 | words[2]);
 
     // Two input bytes set two bits, and the third is left alone.
     sixteen[0] = 0x0006;
@@ -69,11 +69,13 @@ TEST(Accessors, BitWriteRuleAndWordOrder)
     PLC_driver.sendQueue.append(Protocol());
     PLC_driver.sendQueue.first().var.areaType = 2;
     SaveBit_unsigned_char(nullptr, bits);  // a bit frame in flight, no reply
+    SaveBit_unsigned_char(&two, nullptr);
     PLC_driver.sendQueue.first().var.areaType = 14;
     PLC_driver.sendQueue.first().replyDataLength = 2;
     QByteArray word("\x43\x21", 2);
     SaveWord_unsigned_short(&word, words);  // a word frame in flight, no header
     SaveWord_unsigned_short(nullptr, words);
+    SaveWord_unsigned_short(&word, nullptr);
     EXPECT_EQ(0x4321, words[0]);
     PLC_driver.sendQueue.clear();
 }

@@ -80,11 +80,14 @@ TEST(Store, RepliesAndWritesPerStation)
     bare.var.areaType = 14;
     bare.var.address = 300;
     bare.replyDataLength = 2;
-    PLC_driver.sendQueue.clear();
-    PLC_driver.sendQueue.append(bare);
+    PLC_driver.sendQueue = QList<Protocol>() << bare;
     QByteArray data("\x12\x34\xAA\xBB", 4);
     SaveToLocalDataErea(&data);
     EXPECT_EQ(QByteArray("\x34\x12", 2), dataOf(1, 14, 300));
+    PLC_driver.sendQueue.first().var.areaType = 2;  // bits: M296..M303
+    PLC_driver.sendQueue.first().var.address = 296;
+    SaveToLocalDataErea(&data);
+    EXPECT_EQ(QByteArray("\x12", 1), dataOf(1, 2, 296));
 
     RW_VAR w = request(3, 41, 2, 1, QByteArray("\x01\x02", 2));
     WriteDataToLocal(&w);  // an entry a reply left empty stays empty
