@@ -68,6 +68,7 @@ TEST(Accessors, BitWriteRuleAndWordOrder)
     EXPECT_EQ(QByteArray("k", 1), kept);
     PLC_driver.sendQueue.append(Protocol());
     PLC_driver.sendQueue.first().var.areaType = 2;
+    PLC_driver.sendQueue.first().replyDataLength = 1;
     SaveBit_unsigned_char(nullptr, bits);  // a bit frame in flight, no reply
     SaveBit_unsigned_char(&two, nullptr);
     PLC_driver.sendQueue.first().var.areaType = 14;

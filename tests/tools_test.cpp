@@ -330,7 +330,6 @@ TEST(ToolsTest, BadInputGivesAClearMessageAndStatusTwo)
         {null + "--write M5=2 M5", "0 or 1"},
         {null + "--write D0-D3=1 D0", "write to one element"},
         {rvpoll + "D0-D9", "no serial port"},
-        {rvpoll + "/dev/null D0 --baud", "--baud needs a value"},
         {rvpoll + "/dev/null --parity=x D0", "bad value 'x' for --parity"},
         {rvpoll + "/dev/null --format=float D0", "even number of registers"},
         {rvpoll + "/dev/null D0 M0:float", "formats are for word areas"},
