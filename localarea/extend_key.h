@@ -2,6 +2,7 @@
 #ifndef QUORVEL_RV_EXTEND_KEY_H
 #define QUORVEL_RV_EXTEND_KEY_H
 
+#include <cstddef>
 #include <vector>
 
 struct ExtendKey {
@@ -32,17 +33,13 @@ struct ExtendValue {
 // the same kind. Entries are never removed, so there are no tombstones.
 class ExtendIndex {
 public:
-    ExtendIndex() : used(0) {}
-
     // Keys held.
-    int size() const { return used + othersUsed; }
+    int size() const { return packed_.used + whole_.used; }
 
     void clear()
     {
-        std::vector<Slot>().swap(slots);
-        std::vector<Other>().swap(others);
-        used = 0;
-        othersUsed = 0;
+        packed_.clear();
+        whole_.clear();
     }
 
     // The key's value, or null. Valid until the next insert.
@@ -54,22 +51,7 @@ public:
     const ExtendValue *find(const ExtendKey &key) const
     {
         unsigned int packed;
-        if (!pack(key, packed)) {
-            if (others.empty())
-                return nullptr;
-            const Other &o = others[otherSlot(others, key)];
-            return o.value.index >= 0 ? &o.value : nullptr;
-        }
-        if (slots.empty())
-            return nullptr;
-        const unsigned int mask = unsigned(slots.size()) - 1;
-        for (unsigned int i = hash(packed) & mask;; i = (i + 1) & mask) {
-            const Slot &s = slots[i];
-            if (s.value.index < 0)
-                return nullptr;
-            if (s.key == packed)
-                return &s.value;
-        }
+        return pack(key, packed) ? packed_.find(packed) : whole_.find(key);
     }
 
     // Index stored for the key, or `missing`.
@@ -84,42 +66,10 @@ public:
     {
         const ExtendValue fresh = {index, 0, {0, 0}};
         unsigned int packed;
-        if (!pack(key, packed)) {
-            if (5LL * (othersUsed + 1) > 4LL * (long long)others.size())
-                growOthers();
-            ++othersUsed;
-            Other &o = others[otherSlot(others, key)];
-            o.key = key;
-            o.value = fresh;
-            return &o.value;
-        }
-        // At most four slots in five in use keeps probe runs short while the
-        // table stays near 15 bytes a key.
-        if (5LL * (used + 1) > 4LL * (long long)slots.size())
-            grow();
-        ++used;
-        return place(packed, fresh);
+        return pack(key, packed) ? packed_.insert(packed, fresh) : whole_.insert(key, fresh);
     }
 
 private:
-    struct Slot {
-        unsigned int key;   // station << 24 | areaType << 16 | address
-        ExtendValue value;  // index -1: empty
-    };
-    static_assert(sizeof(ExtendValue) == 8, "a slot is 12 bytes");
-    struct Other {
-        ExtendKey key;
-        ExtendValue value;  // index -1: empty
-    };
-
-    static bool pack(const ExtendKey &k, unsigned int &packed)
-    {
-        if (unsigned(k.station) > 255 || unsigned(k.areaType) > 255 || unsigned(k.address) > 65535)
-            return false;
-        packed = unsigned(k.station) << 24 | unsigned(k.areaType) << 16 | unsigned(k.address);
-        return true;
-    }
-
     static unsigned int hash(unsigned int h)
     {
         h ^= h >> 16;
@@ -129,55 +79,78 @@ private:
         h ^= h >> 16;
         return h;
     }
-
-    ExtendValue *place(unsigned int packed, const ExtendValue &value)
+    static unsigned int hash(const ExtendKey &k)
     {
-        const unsigned int mask = unsigned(slots.size()) - 1;
-        unsigned int i = hash(packed) & mask;
-        while (slots[i].value.index >= 0)
-            i = (i + 1) & mask;
-        slots[i].key = packed;
-        slots[i].value = value;
-        return &slots[i].value;
+        return hash(unsigned(k.station) ^ hash(unsigned(k.areaType) ^ hash(unsigned(k.address))));
     }
 
-    // The slot holding `key` in a table of whole keys, or the empty slot
-    // where it goes.
-    static size_t otherSlot(const std::vector<Other> &table, const ExtendKey &key)
+    static bool pack(const ExtendKey &k, unsigned int &packed)
     {
-        const unsigned int mask = unsigned(table.size()) - 1;
-        unsigned int i = hash(unsigned(key.station) ^
-                              hash(unsigned(key.areaType) ^ hash(unsigned(key.address)))) &
-                         mask;
-        while (table[i].value.index >= 0 && !(table[i].key == key))
-            i = (i + 1) & mask;
-        return i;
+        if (unsigned(k.station) > 255 || unsigned(k.areaType) > 255 || unsigned(k.address) > 65535)
+            return false;
+        packed = unsigned(k.station) << 24 | unsigned(k.areaType) << 16 | unsigned(k.address);
+        return true;
     }
 
-    void growOthers()
-    {
-        const Other empty = {{0, 0, 0}, {-1, 0, {0, 0}}};
-        std::vector<Other> old(others.empty() ? 16 : 2 * others.size(), empty);
-        old.swap(others);
-        for (size_t i = 0; i < old.size(); ++i)
-            if (old[i].value.index >= 0)
-                others[otherSlot(others, old[i].key)] = old[i];
-    }
+    // One table: slots of a key and its value, index -1 marking an empty
+    // one; its size 0 or a power of two of at least `FirstSize`.
+    template <class Key, std::size_t FirstSize>
+    struct Table {
+        struct Slot {
+            Key key;
+            ExtendValue value;
+        };
+        std::vector<Slot> slots;
+        int used = 0;
 
-    void grow()
-    {
-        const Slot empty = {0, {-1, 0, {0, 0}}};
-        std::vector<Slot> old(slots.empty() ? 64 : 2 * slots.size(), empty);
-        old.swap(slots);
-        for (size_t i = 0; i < old.size(); ++i)
-            if (old[i].value.index >= 0)
-                place(old[i].key, old[i].value);
-    }
+        void clear()
+        {
+            std::vector<Slot>().swap(slots);
+            used = 0;
+        }
 
-    std::vector<Slot> slots;    // size 0 or a power of two
-    std::vector<Other> others;  // size 0 or a power of two
-    int used;
-    int othersUsed = 0;
+        // The slot holding `key`, or the empty slot where it goes.
+        std::size_t slotOf(const Key &key) const
+        {
+            const unsigned int mask = unsigned(slots.size()) - 1;
+            unsigned int i = hash(key) & mask;
+            while (slots[i].value.index >= 0 && !(slots[i].key == key))
+                i = (i + 1) & mask;
+            return i;
+        }
+
+        const ExtendValue *find(const Key &key) const
+        {
+            if (slots.empty())
+                return nullptr;
+            const Slot &s = slots[slotOf(key)];
+            return s.value.index >= 0 ? &s.value : nullptr;
+        }
+
+        ExtendValue *insert(const Key &key, const ExtendValue &value)
+        {
+            // At most four slots in five in use keeps probe runs short while
+            // the packed table stays near 15 bytes a key.
+            if (5LL * (used + 1) > 4LL * (long long)slots.size()) {
+                Slot empty = {};
+                empty.value.index = -1;
+                std::vector<Slot> old(slots.empty() ? FirstSize : 2 * slots.size(), empty);
+                old.swap(slots);
+                for (const Slot &s : old)
+                    if (s.value.index >= 0)
+                        slots[slotOf(s.key)] = s;
+            }
+            ++used;
+            Slot &s = slots[slotOf(key)];
+            s.key = key;
+            s.value = value;
+            return &s.value;
+        }
+    };
+    static_assert(sizeof(Table<unsigned int, 64>::Slot) == 12, "a slot is 12 bytes");
+
+    Table<unsigned int, 64> packed_;  // station << 24 | areaType << 16 | address
+    Table<ExtendKey, 16> whole_;
 };
 
 #endif
