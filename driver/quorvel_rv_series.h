@@ -6,6 +6,42 @@
 #include "export.h"
 #include "records.h"
 
+// The controller's element areas by name, as the area type that the records
+// (areaType), GetRegisterData, SetRegisterData and PLCAddressChangeIntef
+// take: GetRegisterData(QString(), RvArea::D, "100", 1, &out, 2). X to SEM
+// hold bits, D to FS words; X and Y are numbered in octal. The driver's own
+// area table (localarea/areas.h) is built on these names.
+namespace RvArea {
+enum Type {
+    X = 0,
+    Y = 1,
+    M = 2,
+    S = 3,
+    T = 4,
+    C = 5,
+    ET = 6,
+    SM = 7,
+    HM = 8,
+    HS = 9,
+    HT = 10,
+    HC = 11,
+    HSC = 12,
+    SEM = 13,
+    D = 14,
+    TD = 15,
+    CD = 16,
+    FD = 17,
+    ETD = 18,
+    SD = 19,
+    HD = 20,
+    SFD = 21,
+    ID = 22,
+    QD = 23,
+    HSD = 24,
+    FS = 25
+};
+}  // namespace RvArea
+
 extern "C" {
 
 // Set-up, called before the communication thread starts.
