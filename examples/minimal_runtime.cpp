@@ -17,7 +17,7 @@
 
 #include <quorvel_rv/quorvel_rv_series.h>
 
-#include "reply_screen.h"
+#include "reply_reader.h"
 
 namespace {
 
@@ -64,21 +64,33 @@ int openPort(const char *path, int baud)
     return tcsetattr(fd, TCSANOW, &tio) == 0 ? fd : -1;
 }
 
-// Collects a reply until the expected length has arrived or the line stays
-// quiet for the timeout; -1 (any length) ends on the first quiet gap.
-int readReply(int fd, QByteArray &reply, int expected)
+// Reads the reply to `request` by the length the driver expects: 500 ms for
+// it to start, 500 ms between its pieces (USB adapters deliver replies in
+// pieces). Bytes that cannot start it, such as a late answer to an earlier
+// frame, are dropped. Returns the reply's length, 0 when none came whole
+// enough to hand over.
+int readReply(int fd, const QByteArray &request, int expected, QByteArray &reply)
 {
+    const rvreply::Expectation e = rvreply::expectReply(
+        reinterpret_cast<const unsigned char *>(request.constData()), request.size(), expected);
     reply.clear();
     char buf[256];
     pollfd p = {fd, POLLIN, 0};
-    while (expected < 0 || reply.size() < expected) {
-        const ssize_t n =
-            poll(&p, 1, reply.isEmpty() ? 500 : 50) > 0 ? read(fd, buf, sizeof buf) : 0;
+    for (;;) {
+        const rvreply::Step step = rvreply::readReply(
+            e, reinterpret_cast<const unsigned char *>(reply.constData()), reply.size(), false);
+        if (step.verdict == rvreply::Skip) {
+            reply.remove(0, step.bytes);
+            continue;
+        }
+        if (step.verdict == rvreply::Frame)
+            return step.bytes;
+        const ssize_t n = poll(&p, 1, 500) > 0 ? read(fd, buf, sizeof buf) : 0;
         if (n <= 0)
-            break;
+            return reply.size();  // silence: ends a reply of any length; else it was cut short
+
         reply.append(buf, int(n));
     }
-    return reply.size();
 }
 
 void onOnceRead(int, int, int, int) {}  // no one-off reads are queued here
@@ -138,17 +150,16 @@ int main(int argc, char **argv)
             usleep(10000);
             continue;
         }
-        tcflush(fd, TCIFLUSH);  // stale bytes would be taken for the reply
-        if (write(fd, frame->frame.constData(), frame->sendLength) != frame->sendLength)
+        // Silence between frames (3.5 characters; 2 ms covers 19200 baud and
+        // above), then stale bytes out, so they are not taken for the reply.
+        usleep(baud < 19200 ? 38500000 / baud : 2000);
+        tcflush(fd, TCIFLUSH);
+        const QByteArray request = frame->frame.left(frame->sendLength);
+        if (write(fd, request.constData(), request.size()) != request.size())
             return 1;
         tcdrain(fd);
-        int got = frame->replyLength == 0 ? 0 : readReply(fd, reply, frame->replyLength);
-        // A reply that cannot answer this frame (a late answer to an earlier
-        // one) is handed over as no reply, so the driver sends the frame again.
-        if (!replyMatchesRequest(reinterpret_cast<const unsigned char *>(frame->frame.constData()),
-                                 frame->sendLength,
-                                 reinterpret_cast<const unsigned char *>(reply.constData()), got))
-            got = 0;
+        const int got =
+            frame->replyLength == 0 ? 0 : readReply(fd, request, frame->replyLength, reply);
         const RW_VAR *done = api.DataCom(&reply, got);
         if (done->result != 0 && done->result != 1 && done->result != 100)
             std::printf("request given up, code %d\n", done->result);

@@ -42,6 +42,9 @@ bool loadDriver(const std::string &path, DriverApi &api, std::string &error)
         {"ReCreatReadVarList", reinterpret_cast<void **>(&api.ReCreatReadVarList)},
         {"GetRegisterData", reinterpret_cast<void **>(&api.GetRegisterData)},
         {"SetRegisterData", reinterpret_cast<void **>(&api.SetRegisterData)},
+        // The driver's CRC, exported under its C++ name: rvpoll tells a bad
+        // CRC from other rejected replies with the very check the driver makes.
+        {"_Z6CalCRCPht", reinterpret_cast<void **>(&api.CalCRC)},
     };
     for (const Entry &e : entries) {
         dlerror();

@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "driver/checksum.h"
 #include "driver/quorvel_rv_series.h"
 
 struct DriverApi {
@@ -21,6 +22,7 @@ struct DriverApi {
     decltype(&::ReCreatReadVarList) ReCreatReadVarList = nullptr;
     decltype(&::GetRegisterData) GetRegisterData = nullptr;
     decltype(&::SetRegisterData) SetRegisterData = nullptr;
+    decltype(&::CalCRC) CalCRC = nullptr;
     void *handle = nullptr;
 };
 

@@ -56,8 +56,12 @@ const char *usageText()
            "  -P, --parity=P        none|even|odd or N|E|O (default even)\n"
            "  -d, --data=N          data bits, 7 or 8 (default 8)\n"
            "  -s, --stop=N          stop bits, 1 or 2 (default 1)\n"
-           "      --timeout-ms=N    reply timeout (default 200)\n"
-           "      --gap-ms=N        silence that ends a reply (default from the baud rate)\n"
+           "      --timeout-ms=N    wait this long for a reply to start (default 500); after a\n"
+           "                        failed exchange the line must stay quiet this long\n"
+           "      --byte-timeout-ms=N  wait this long between pieces of one reply (default\n"
+           "                        500: USB adapters deliver replies in pieces)\n"
+           "      --gap-ms=N        silence kept between frames (default 3.5 characters,\n"
+           "                        1.75 ms above 19200 baud)\n"
            "      --echo            discard the echo of a 2-wire adapter\n"
            "      --rs485           switch the port to the kernel's RS-485 mode\n"
            "      --rts-delay-before=MS, --rts-delay-after=MS\n"
@@ -112,8 +116,8 @@ bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
     CLI::App app("rvpoll");
     setUpToolCli(app, {opts.help, opts.version, opts.quiet, opts.verbose});
 
-    std::string port, baud, parity, data, stop, timeout, gap, rtsBefore, rtsAfter, station, retries,
-        block, lib, varsFile, scans, duration, interval, format;
+    std::string port, baud, parity, data, stop, timeout, byteTimeout, gap, rtsBefore, rtsAfter,
+        station, retries, block, lib, varsFile, scans, duration, interval, format;
     std::vector<std::string> writes;
     bool hex = false, noRequeue = false;
     app.add_flag("-1,--once", opts.once);
@@ -133,6 +137,7 @@ bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
     app.add_option("-d,--data", data);
     app.add_option("-s,--stop", stop);
     app.add_option("--timeout-ms", timeout);
+    app.add_option("--byte-timeout-ms", byteTimeout);
     app.add_option("--gap-ms", gap);
     app.add_option("--rts-delay-before", rtsBefore);
     app.add_option("--rts-delay-after", rtsAfter);
@@ -171,7 +176,10 @@ bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
         {"--data", data, data.empty() || toInt(data, 7, 8, opts.link.dataBits)},
         {"--stop", stop, stop.empty() || toInt(stop, 1, 2, opts.link.stopBits)},
         {"--timeout-ms", timeout, timeout.empty() || toInt(timeout, 1, 60000, opts.link.timeoutMs)},
-        {"--gap-ms", gap, gap.empty() || toInt(gap, 0, 10000, opts.link.gapMs)},
+        {"--byte-timeout-ms", byteTimeout,
+         byteTimeout.empty() || toInt(byteTimeout, 1, 60000, opts.link.byteTimeoutMs)},
+        {"--gap-ms", gap,
+         gap.empty() || (toInt(gap, 0, 10000, n) && (opts.link.gapUs = n * 1000) >= 0)},
         {"--rts-delay-before", rtsBefore,
          rtsBefore.empty() || toInt(rtsBefore, 0, 1000, opts.link.rtsDelayBefore)},
         {"--rts-delay-after", rtsAfter,

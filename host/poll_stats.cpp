@@ -33,7 +33,7 @@ QString codeHint(int code)
     if (what.endsWith("check failed"))
         return "check baud, parity and wiring";
     if (what.endsWith("wrong length"))
-        return "the controller refused the request, or another device answered";
+        return "check baud and parity; raise --byte-timeout-ms if replies come in pieces";
     return QString();
 }
 
@@ -43,7 +43,7 @@ QString exceptionMeaning(int exception)
                                         "illegal data value", "device failure",
                                         "acknowledge",        "device busy"};
     const QString name = exception >= 1 && exception <= 6 ? names[exception - 1] : "unknown";
-    return QString("exception 0x%1: %2").arg(exception, 2, 16, QChar('0')).arg(name);
+    return QString("exception 0x%1 (%2)").arg(exception, 2, 16, QChar('0')).arg(name);
 }
 
 QString statusLine(const PollStats &s)

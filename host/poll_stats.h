@@ -25,7 +25,7 @@ struct PollStats {
 QString codeMeaning(int code);
 // What to look at for a failed code: "check station, baud and parity".
 QString codeHint(int code);
-// "exception 0x02: illegal data address" for a Modbus exception code.
+// "exception 0x02 (illegal data address)" for a Modbus exception code.
 QString exceptionMeaning(int exception);
 
 // One line for the live view: frames/s, scan time, retries, last code.

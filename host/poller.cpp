@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <chrono>
 
-#include "examples/reply_screen.h"
 #include "localarea/areas.h"
 
 namespace {
@@ -33,7 +32,9 @@ Poller::Poller(const DriverApi &api, WriteTracker &writes, const LinkSettings &l
       blocks_(blocks > 0 ? blocks : 1),
       trace_(trace),
       intervalMs_(intervalMs)
-{}
+{
+    link_.setTrace(trace ? stderr : nullptr);
+}
 
 void Poller::start()
 {
@@ -91,17 +92,10 @@ long long Poller::waitScan(long long seen, int timeoutMs)
     return stats_.scans;
 }
 
-void Poller::traceBytes(const QByteArray &bytes, char open, char close) const
+LineStats Poller::lineStats() const
 {
-    QByteArray line;
-    for (int i = 0; i < bytes.size(); ++i)
-        line += open +
-                QByteArray::number(static_cast<unsigned char>(bytes.at(i)), 16)
-                    .toUpper()
-                    .rightJustified(2, '0') +
-                close;
-    fprintf(stderr, "%s\n",
-            line.isEmpty() ? (open == '<' ? "<no reply>" : "[]") : line.constData());
+    std::lock_guard<std::mutex> lock(mutex_);
+    return line_;
 }
 
 bool Poller::ensureLink()
@@ -172,52 +166,82 @@ void Poller::run()
     }
 }
 
+namespace {
+
+// The driver's verdict on a reply it was handed: accepted, rejected for its
+// CRC, or rejected otherwise (an exception reply, a length it did not ask
+// for). A retried reply carries no code of its own, so the CRC is checked
+// here with the driver's own function.
+DriverVerdict verdictOf(const DriverApi &api, const Exchange &x, int code)
+{
+    if (code == 1 || code == 100)
+        return DriverVerdict::Accepted;
+    const int n = x.reply.size();
+    if (x.outcome != Exchange::Answered || n < 3 || exceptionOf(x) >= 0)
+        return DriverVerdict::Rejected;
+    QByteArray bytes = x.reply;
+    const int crc = api.CalCRC(reinterpret_cast<unsigned char *>(bytes.data()),
+                               static_cast<unsigned short>(n - 2));
+    const int sent = uchar(bytes.at(n - 2)) | uchar(bytes.at(n - 1)) << 8;
+    return crc != sent ? DriverVerdict::BadCrc : DriverVerdict::Rejected;
+}
+
+}  // namespace
+
 bool Poller::exchange(Protocol *p)
 {
     // The frame belongs to the driver and is gone after DataCom: copy first.
     const int length = p->sendLength < p->frame.size() ? p->sendLength : p->frame.size();
     const QByteArray frame = p->frame.left(length > 0 ? length : 0);
     const int replyLength = p->replyLength;
+    const int station = p->var.station;
 
-    QByteArray reply;
-    if (trace_)
-        traceBytes(frame, '[', ']');
-    const SerialLink::Status status = link_.transact(frame, replyLength, reply);
-    if (trace_ && replyLength != 0)
-        traceBytes(reply, '<', '>');
-    // A reply that cannot answer this frame (a late answer to an earlier
-    // one) goes to the driver as no reply, so the frame is sent again.
-    const bool screened = !replyMatchesRequest(
-        reinterpret_cast<const unsigned char *>(frame.constData()), frame.size(),
-        reinterpret_cast<const unsigned char *>(reply.constData()), reply.size());
-    if (screened) {
-        if (trace_)
-            fprintf(stderr, "<screened out: does not answer this frame>\n");
-        reply.clear();
-    }
-    // The driver takes an exception reply for one of the wrong length; its
-    // code is the controller's own reason, kept for the report.
-    lastException_ =
-        !screened && reply.size() >= 3 && (uchar(reply.at(1)) & 0x80) ? uchar(reply.at(2)) : -1;
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        ++stats_.framesSent;
-        if (status == SerialLink::Lost) {
-            ++stats_.linkLost;
-            stats_.linkUp = false;
-        }
-        if (screened)
-            ++stats_.screened;
-    }
-    if (status == SerialLink::Lost) {
+    Exchange x = link_.exchange(frame, replyLength);
+    if (x.outcome == Exchange::Lost) {
         if (linkMessages_)
             fprintf(stderr, "rvpoll: link to %s lost, reopening\n", settings_.port.c_str());
         link_.close();
-        reply.clear();
+        x.reply.clear();
+    }
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        ++stats_.framesSent;
+        if (x.outcome == Exchange::Lost) {
+            ++stats_.linkLost;
+            stats_.linkUp = false;
+            // Nothing read before is known to hold any longer.
+            for (int i = 0; i < blockStates_.size(); ++i)
+                blockStates_[i].linkLost = true;
+        }
+        // Bytes waiting before this request came after the last reply was
+        // taken: that reply may have answered another frame.
+        if (x.strayBefore > 0 && lastBlock_ >= 0 && lastBlock_ < blockStates_.size())
+            blockStates_[lastBlock_].doubted = true;
+        lastBlock_ = -1;
     }
 
-    RW_VAR *r = writes_.dataCom(&reply);
-    const bool scanComplete = finished(r, r ? r->result : -1);
+    RW_VAR *r = writes_.dataCom(&x.reply);
+    const int code = r ? r->result : -1;
+    const DriverVerdict verdict = verdictOf(api_, x, code);
+    // A reply the driver turned down may be followed by the rest of a
+    // longer one, or by a late one: let the line settle before the next.
+    if (x.outcome == Exchange::Answered && verdict != DriverVerdict::Accepted) {
+        const int late = link_.settle();
+        std::lock_guard<std::mutex> lock(mutex_);
+        line_.noteLate(station, late);
+    }
+    if (trace_ && x.outcome != Exchange::Broadcast &&
+        (x.outcome != Exchange::Answered || verdict != DriverVerdict::Accepted || x.askedAgain ||
+         x.strayBefore > 0))
+        fprintf(stderr, "         %s%s%s\n", describeExchange(x, verdict).toLocal8Bit().constData(),
+                x.askedAgain ? ", asked again: the first reply could repeat the one before" : "",
+                x.strayBefore > 0 ? ", stray bytes before the request" : "");
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (x.outcome != Exchange::Lost && x.outcome != Exchange::Broadcast)
+            line_.note(station, x, verdict);
+    }
+    const bool scanComplete = finished(r, code, x, verdict);
     if (replyLength == 0) {
         // Broadcast: nobody answers; give the stations time to act on it.
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
@@ -225,38 +249,44 @@ bool Poller::exchange(Protocol *p)
     return scanComplete;
 }
 
-void Poller::noteBlock(const RW_VAR &r, int code)
+BlockState *Poller::blockAt(int station, int areaType, int address)
+{
+    for (int i = 0; i < blockStates_.size(); ++i) {
+        BlockState &b = blockStates_[i];
+        if (b.station == station && b.areaType == areaType && b.address == address)
+            return &b;
+    }
+    BlockState b;
+    b.station = station;
+    b.areaType = areaType;
+    b.address = address;
+    blockStates_.append(b);
+    return &blockStates_.last();
+}
+
+void Poller::noteBlock(const RW_VAR &r, int code, const Exchange &x, DriverVerdict verdict)
 {
     // Bit areas are read as whole bytes of 8 elements. The driver keeps
     // nothing past an area's end, so a block's values stop there even when
     // its request reaches further.
     const long long asked = isBitArea(r.areaType) ? 8LL * r.count : r.count;
-    const int elements =
+    BlockState &b = *blockAt(r.station, r.areaType, r.address);
+    b.elements =
         int(std::max(0LL, std::min(asked, (long long)areaCapacity(r.areaType) - r.address)));
-    int at = 0;
-    while (at < blockStates_.size() && !(blockStates_.at(at).station == r.station &&
-                                         blockStates_.at(at).areaType == r.areaType &&
-                                         blockStates_.at(at).address == r.address))
-        ++at;
-    if (at == blockStates_.size()) {
-        BlockState b;
-        b.station = r.station;
-        b.areaType = r.areaType;
-        b.address = r.address;
-        blockStates_.append(b);
-    }
-    BlockState &b = blockStates_[at];
-    b.elements = elements;
     // A broadcast has no reply: nothing was read.
     b.lastCode = r.station == 0 ? -1 : code;
-    b.exception = b.good() ? -1 : lastException_;
+    b.linkLost = false;
+    b.doubted = false;
+    b.exception = exceptionOf(x);
+    b.line = verdict == DriverVerdict::Accepted ? QString() : describeExchange(x, verdict);
     if (b.good()) {
         b.everRead = true;
         b.readAt = Clock::now();
+        lastBlock_ = int(&b - &blockStates_[0]);
     }
 }
 
-bool Poller::finished(const RW_VAR *r, int code)
+bool Poller::finished(const RW_VAR *r, int code, const Exchange &x, DriverVerdict verdict)
 {
     bool scanComplete = false;
     {
@@ -269,7 +299,7 @@ bool Poller::finished(const RW_VAR *r, int code)
         stats_.lastCode = code;
         const bool good = code == 1 || code == 100;
         if (r && isCyclic(r))
-            noteBlock(*r, code);
+            noteBlock(*r, code, x, verdict);
         if (good) {
             ++stats_.repliesGood;
         } else {

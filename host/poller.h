@@ -13,6 +13,7 @@
 #include <QList>
 
 #include "driver_api.h"
+#include "line_stats.h"
 #include "poll_stats.h"
 #include "serial_link.h"
 #include "write_tracker.h"
@@ -25,14 +26,19 @@ struct BlockState {
     int elements = 0;    // elements the block reads
     int lastCode = -1;   // -1: not read yet
     int exception = -1;  // the controller's exception code when it refused the read
+    QString line;        // what the line did on the last failed read: "cut short (..)"
     bool everRead = false;
+    // The read succeeded, but bytes that came after it mean its reply may
+    // have answered another frame: unknown until it is read again.
+    bool doubted = false;
+    bool linkLost = false;                         // the link went down after the last read
     std::chrono::steady_clock::time_point readAt;  // last good read
     bool holds(int st, int type, int element) const
     {
         return st == station && type == areaType && element >= address &&
                element < address + elements;
     }
-    bool good() const { return lastCode == 1 || lastCode == 100; }
+    bool good() const { return (lastCode == 1 || lastCode == 100) && !doubted && !linkLost; }
 };
 
 class Poller {
@@ -59,6 +65,7 @@ public:
     void stop();
 
     PollStats stats() const;
+    LineStats lineStats() const;
     // False once the scan limit stopped polling.
     bool running() const;
     QList<BlockState> blocks() const;
@@ -77,9 +84,9 @@ private:
     bool ensureLink();
     // Both return true when the reply completed a scan.
     bool exchange(Protocol *p);
-    bool finished(const RW_VAR *r, int code);
-    void noteBlock(const RW_VAR &r, int code);
-    void traceBytes(const QByteArray &bytes, char open, char close) const;
+    bool finished(const RW_VAR *r, int code, const Exchange &x, DriverVerdict verdict);
+    void noteBlock(const RW_VAR &r, int code, const Exchange &x, DriverVerdict verdict);
+    BlockState *blockAt(int station, int areaType, int address);
 
     DriverApi api_;
     WriteTracker &writes_;
@@ -88,7 +95,6 @@ private:
     int blocks_;
     bool trace_;
     bool linkMessages_ = true;
-    int lastException_ = -1;  // of the last reply, when it was an exception reply
     int intervalMs_;
     long long scanLimit_ = 0;
     std::function<void(const PollStats &)> onScan_;
@@ -96,7 +102,9 @@ private:
     mutable std::mutex mutex_;
     std::condition_variable scanDone_;
     PollStats stats_;
+    LineStats line_;
     QList<BlockState> blockStates_;
+    int lastBlock_ = -1;  // index of the block the last exchange read, if any
     int cyclicInScan_ = 0;
     bool scanFailure_ = false;
     bool lastScanFailed_ = false;

@@ -2,6 +2,8 @@
 
 #include "poll_stats.h"
 
+#include <chrono>
+
 namespace {
 
 QString rangeName(int areaType, int first, int last)
@@ -51,16 +53,27 @@ QStringList ReadState::problems(const QList<VarSpec> &vars, bool scanComplete) c
             continue;
         const QString where = rangeName(b.areaType, b.address, b.address + b.elements - 1) +
                               " on station " + QString::number(b.station);
+        const double age =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - b.readAt).count();
+        const QString lastRead =
+            b.everRead ? QString("last read %1 s ago").arg(age, 0, 'f', 1) : QString("never read");
         if (b.station == 0)
             lines << where +
                          ": station 0 is the broadcast address; it takes writes but cannot be read";
+        else if (b.linkLost)
+            lines << where + ": link lost, unknown since (" + lastRead + ")";
+        else if (b.doubted)
+            lines << where +
+                         ": bytes came after its reply, which may have answered another "
+                         "frame: unknown until read again (" +
+                         lastRead + ")";
         else if (b.exception >= 0)
-            lines << where + ": refused by the controller (" + exceptionMeaning(b.exception) + ")";
+            lines << where + ": refused by the controller, " + exceptionMeaning(b.exception);
         else if (b.lastCode >= 0)
-            lines << QString("%1: %2 (code %3): %4")
-                         .arg(where, codeMeaning(b.lastCode))
+            lines << QString("%1: %2 (code %3 %4): %5")
+                         .arg(where, b.line.isEmpty() ? QString("failed") : b.line)
                          .arg(b.lastCode)
-                         .arg(codeHint(b.lastCode));
+                         .arg(codeMeaning(b.lastCode), codeHint(b.lastCode));
     }
     // Elements no block holds: past the area's end, where the driver keeps
     // nothing.

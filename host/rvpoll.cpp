@@ -100,10 +100,11 @@ void show(View &v, const PollStats &s)
         for (int i = 0; !o.quiet && i < events.size(); ++i)
             fprintf(stderr, "rvpoll: %s\n", events.at(i).toLocal8Bit().constData());
     } else if (o.json) {
-        printf("%s\n", renderJson(o.vars, values, s, o.multiStation, problems,
-                                  writes.isEmpty() ? nullptr : &c, events)
-                           .toLocal8Bit()
-                           .constData());
+        printf("%s\n",
+               renderJson(o.vars, values, s, o.multiStation, problems,
+                          writes.isEmpty() ? nullptr : &c, events, v.poller->lineStats().json())
+                   .toLocal8Bit()
+                   .constData());
     } else {
         QString text = renderTable(o.vars, values, o.multiStation) + statusLine(s) + '\n';
         if (!writes.isEmpty())
@@ -268,13 +269,20 @@ int main(int argc, char **argv)
         fprintf(o.json || o.csv ? stderr : stdout, "rvpoll: %s\n",
                 events.at(i).toLocal8Bit().constData());
     fflush(stdout);
-    if (!o.quiet)
-        fprintf(stderr, "%s\n", summaryLine(s).toLocal8Bit().constData());
+    const LineStats line = poller.lineStats();
+    if (!o.quiet) {
+        fprintf(stderr, "%s\n%s", summaryLine(s).toLocal8Bit().constData(),
+                line.summary().toLocal8Bit().constData());
+        const QStringList hints = line.hints();
+        for (int i = 0; i < hints.size(); ++i)
+            fprintf(stderr, "rvpoll: hint: %s\n", hints.at(i).toLocal8Bit().constData());
+    }
 
     // Exit status 1 for anything the operator asked for and did not get.
     int status = 0;
     if (!poller.everAnswered()) {
-        fprintf(stderr, "rvpoll: the controller never answered on %s\n", o.link.port.c_str());
+        fprintf(stderr, "rvpoll: %s on %s\n", line.neverAnswered().toLocal8Bit().constData(),
+                o.link.port.c_str());
         status = 1;
     }
     if (!s.linkUp) {

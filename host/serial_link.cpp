@@ -2,142 +2,139 @@
 
 #include <errno.h>
 #include <fcntl.h>
-#include <libserialport.h>
-#include <limits.h>
 #include <linux/serial.h>
 #include <poll.h>
-#include <stdlib.h>
 #include <string.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
+#include <thread>
+
+#include "examples/reply_reader.h"
 
 namespace {
 
-bool isPseudoTerminal(const std::string &path)
+bool speedOf(int baud, speed_t &speed)
 {
-    char real[PATH_MAX];
-    if (!realpath(path.c_str(), real))
-        return false;
-    return strncmp(real, "/dev/pts/", 9) == 0;
+    static const struct {
+        int baud;
+        speed_t speed;
+    } rates[] = {{50, B50},           {75, B75},           {110, B110},         {134, B134},
+                 {150, B150},         {200, B200},         {300, B300},         {600, B600},
+                 {1200, B1200},       {1800, B1800},       {2400, B2400},       {4800, B4800},
+                 {9600, B9600},       {19200, B19200},     {38400, B38400},     {57600, B57600},
+                 {115200, B115200},   {230400, B230400},   {460800, B460800},   {500000, B500000},
+                 {576000, B576000},   {921600, B921600},   {1000000, B1000000}, {1152000, B1152000},
+                 {1500000, B1500000}, {2000000, B2000000}, {2500000, B2500000}, {3000000, B3000000},
+                 {3500000, B3500000}, {4000000, B4000000}};
+    for (const auto &r : rates)
+        if (r.baud == baud) {
+            speed = r.speed;
+            return true;
+        }
+    return false;
 }
 
-std::string spError(const std::string &what)
+double msBetween(std::chrono::steady_clock::time_point from,
+                 std::chrono::steady_clock::time_point to)
 {
-    char *msg = sp_last_error_message();
-    std::string text = what + ": " + (msg ? msg : "unknown error");
-    sp_free_error_message(msg);
-    return text;
-}
-
-long long nowMs()
-{
-    return std::chrono::duration_cast<std::chrono::milliseconds>(
-               std::chrono::steady_clock::now().time_since_epoch())
-        .count();
+    return std::chrono::duration<double, std::milli>(to - from).count();
 }
 
 }  // namespace
 
-int frameGapMs(int baud)
+int bitsPerCharacter(const LinkSettings &s)
 {
-    if (baud <= 0 || baud > 19200)
-        return 2;                      // 1.75 ms, rounded up to what poll can wait
-    return (38500 + baud - 1) / baud;  // 3.5 characters of 11 bits
+    return 1 + s.dataBits + (s.parity == 'N' ? 0 : 1) + s.stopBits;
 }
 
-int replyTarget(const QByteArray &received, int replyLength)
+int frameGapUs(const LinkSettings &s)
 {
-    if (received.size() >= 2 && (static_cast<unsigned char>(received.at(1)) & 0x80))
-        return 5;  // station, function | 0x80, exception code, CRC
-    return replyLength;
+    if (s.gapUs >= 0)
+        return s.gapUs;
+    if (s.baud <= 0 || s.baud > 19200)
+        return 1750;
+    return int((3.5 * bitsPerCharacter(s) * 1000000.0) / s.baud + 0.999);
 }
 
 bool SerialLink::open(const LinkSettings &settings, std::string &error)
 {
     close();
     settings_ = settings;
-    gapMs_ = settings.gapMs >= 0 ? settings.gapMs : frameGapMs(settings.baud);
+    gapUs_ = frameGapUs(settings);
     if (settings.port.empty()) {
         error = "no serial port given";
         return false;
     }
-    if (access(settings.port.c_str(), F_OK) != 0) {
-        error = "cannot open " + settings.port + ": " + strerror(errno);
-        return false;
-    }
-    const int probe = ::open(settings.port.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK);
-    if (probe < 0 || !isatty(probe)) {
+    fd_ = ::open(settings.port.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    if (fd_ < 0 || !isatty(fd_)) {
         error = "cannot open " + settings.port + ": " +
-                (probe < 0 ? strerror(errno) : "not a serial port");
-        if (probe >= 0)
-            ::close(probe);
-        return false;
-    }
-    ::close(probe);
-    // libserialport finds ports through sysfs, where pseudo-terminals are
-    // not listed; they have no line settings, so open them directly.
-    if (isPseudoTerminal(settings.port)) {
-        if (settings.rs485) {
-            error = settings.port + " is a pseudo-terminal: it has no RS-485 mode";
-            return false;
-        }
-        fd_ = ::open(settings.port.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK);
-        if (fd_ < 0) {
-            error = "cannot open " + settings.port + ": " + strerror(errno);
-            return false;
-        }
-        termios tio;
-        if (tcgetattr(fd_, &tio) == 0) {
-            cfmakeraw(&tio);
-            tcsetattr(fd_, TCSANOW, &tio);
-        }
-        // Slower polling of a simulated line costs nothing, and scheduling
-        // jitter between chunks is not a frame gap.
-        if (settings.gapMs < 0)
-            gapMs_ = 20;
-        return true;
-    }
-    if (sp_get_port_by_name(settings.port.c_str(), &port_) != SP_OK) {
-        port_ = nullptr;
-        error = spError("cannot open " + settings.port);
-        return false;
-    }
-    if (sp_open(port_, SP_MODE_READ_WRITE) != SP_OK) {
-        error = spError("cannot open " + settings.port);
-        sp_free_port(port_);
-        port_ = nullptr;
-        return false;
-    }
-    const sp_parity parity = settings.parity == 'N'   ? SP_PARITY_NONE
-                             : settings.parity == 'O' ? SP_PARITY_ODD
-                                                      : SP_PARITY_EVEN;
-    if (sp_set_baudrate(port_, settings.baud) != SP_OK ||
-        sp_set_bits(port_, settings.dataBits) != SP_OK || sp_set_parity(port_, parity) != SP_OK ||
-        sp_set_stopbits(port_, settings.stopBits) != SP_OK ||
-        sp_set_flowcontrol(port_, SP_FLOWCONTROL_NONE) != SP_OK) {
-        error = spError("cannot configure " + settings.port);
+                (fd_ < 0 ? strerror(errno) : "not a serial port");
         close();
         return false;
     }
-    return !settings.rs485 || setRs485(error);
+    if (!configure(error) || (settings.rs485 && !setRs485(error))) {
+        close();
+        return false;
+    }
+    quietSince_ = Clock::now();
+    lastRequest_.clear();
+    lastReply_.clear();
+    return true;
+}
+
+// Raw 8-bit (or 7-bit) characters at the chosen speed, parity and stop
+// bits, no flow control, no line discipline. A pseudo-terminal takes the
+// speed and stop bits (its other end can read them) and drops the parity.
+bool SerialLink::configure(std::string &error)
+{
+    termios tio;
+    speed_t speed;
+    if (!speedOf(settings_.baud, speed)) {
+        error = "cannot configure " + settings_.port + ": " + std::to_string(settings_.baud) +
+                " is not a baud rate the serial driver offers";
+        return false;
+    }
+    if (tcgetattr(fd_, &tio) != 0) {
+        error = "cannot configure " + settings_.port + ": " + strerror(errno);
+        return false;
+    }
+    cfmakeraw(&tio);
+    tio.c_cflag &= ~(CSIZE | PARENB | PARODD | CSTOPB | CRTSCTS);
+    tio.c_cflag |= CLOCAL | CREAD | (settings_.dataBits == 7 ? CS7 : CS8);
+    if (settings_.parity != 'N')
+        tio.c_cflag |= PARENB | (settings_.parity == 'O' ? PARODD : 0);
+    if (settings_.stopBits == 2)
+        tio.c_cflag |= CSTOPB;
+    tio.c_iflag &= ~(IXON | IXOFF | IXANY);
+    tio.c_cc[VMIN] = 0;
+    tio.c_cc[VTIME] = 0;
+    cfsetispeed(&tio, speed);
+    cfsetospeed(&tio, speed);
+    // A pseudo-terminal keeps all but the parity, and the C library may then
+    // say EINVAL: what counts is whether the speed and framing took.
+    const int failed = tcsetattr(fd_, TCSANOW, &tio) != 0 ? errno : 0;
+    termios now;
+    if (failed && (tcgetattr(fd_, &now) != 0 || cfgetospeed(&now) != speed ||
+                   (now.c_cflag & (CSIZE | CSTOPB)) != (tio.c_cflag & (CSIZE | CSTOPB)))) {
+        error = "cannot configure " + settings_.port + ": " + strerror(failed);
+        return false;
+    }
+    return true;
 }
 
 bool SerialLink::setRs485(std::string &error)
 {
-    int fd = -1;
     serial_rs485 rs = {};
     rs.flags = SER_RS485_ENABLED | SER_RS485_RTS_ON_SEND;
     rs.delay_rts_before_send = unsigned(settings_.rtsDelayBefore);
     rs.delay_rts_after_send = unsigned(settings_.rtsDelayAfter);
-    if (sp_get_port_handle(port_, &fd) != SP_OK || ioctl(fd, TIOCSRS485, &rs) != 0) {
+    if (ioctl(fd_, TIOCSRS485, &rs) != 0) {
         error = settings_.port +
                 " does not support the kernel's RS-485 mode (TIOCSRS485: " + strerror(errno) +
                 "); use an adapter with automatic direction control, without --rs485";
-        close();
         return false;
     }
     return true;
@@ -145,26 +142,81 @@ bool SerialLink::setRs485(std::string &error)
 
 void SerialLink::close()
 {
-    if (port_) {
-        sp_close(port_);
-        sp_free_port(port_);
-        port_ = nullptr;
-    }
     if (fd_ >= 0) {
         ::close(fd_);
         fd_ = -1;
     }
 }
 
-bool SerialLink::writeAll(const QByteArray &frame)
+void SerialLink::traceBytes(const char *bytes, int n, char open, char close,
+                            Clock::time_point since)
 {
-    if (port_) {
-        const int n = sp_blocking_write(port_, frame.constData(), frame.size(), 1000);
-        return n == frame.size() && sp_drain(port_) == SP_OK;
+    if (!trace_)
+        return;
+    QByteArray line;
+    for (int i = 0; i < n; ++i)
+        line +=
+            open + QByteArray::number(uchar(bytes[i]), 16).toUpper().rightJustified(2, '0') + close;
+    fprintf(trace_, "%8.1f ms %s\n", msBetween(since, Clock::now()), line.constData());
+}
+
+void SerialLink::waitForGap()
+{
+    const Clock::time_point ready = quietSince_ + std::chrono::microseconds(gapUs_);
+    if (Clock::now() < ready)
+        std::this_thread::sleep_until(ready);
+}
+
+int SerialLink::readSome(char *buf, int max, int timeoutMs)
+{
+    pollfd p = {fd_, POLLIN, 0};
+    const int r = poll(&p, 1, std::max(0, timeoutMs));
+    if (r < 0)
+        return errno == EINTR ? 0 : -1;
+    if (r == 0)
+        return 0;
+    const ssize_t n = ::read(fd_, buf, size_t(max));
+    if (n < 0)
+        return (errno == EAGAIN || errno == EINTR) ? 0 : -1;
+    // POLLIN with nothing to read: the other side hung up.
+    return n == 0 ? -1 : int(n);
+}
+
+int SerialLink::takeStray()
+{
+    int stray = 0;
+    char junk[256];
+    ssize_t n;
+    while ((n = ::read(fd_, junk, sizeof junk)) > 0)
+        stray += int(n);
+    tcflush(fd_, TCIFLUSH);
+    return stray;
+}
+
+int SerialLink::settle()
+{
+    int discarded = 0;
+    char junk[256];
+    if (!isOpen())
+        return 0;
+    for (;;) {
+        const int n = readSome(junk, sizeof junk, settings_.timeoutMs);
+        if (n <= 0)
+            break;
+        discarded += n;
     }
+    quietSince_ = Clock::now();
+    // Nothing can be in flight now: the next reply is the next frame's.
+    lastReply_.clear();
+    return discarded;
+}
+
+bool SerialLink::send(const QByteArray &frame)
+{
+    waitForGap();
     int done = 0;
     while (done < frame.size()) {
-        const ssize_t n = ::write(fd_, frame.constData() + done, frame.size() - done);
+        const ssize_t n = ::write(fd_, frame.constData() + done, size_t(frame.size() - done));
         if (n > 0) {
             done += int(n);
             continue;
@@ -175,79 +227,116 @@ bool SerialLink::writeAll(const QByteArray &frame)
         if (poll(&p, 1, 1000) <= 0)
             return false;
     }
-    return tcdrain(fd_) == 0 || errno == EINVAL || errno == ENOTTY;
+    // The request is timed from when its last byte has left.
+    const bool drained = tcdrain(fd_) == 0 || errno == EINVAL || errno == ENOTTY;
+    quietSince_ = Clock::now();
+    return drained;
 }
 
-void SerialLink::flushInput()
+// Reads until the reply is whole or a timeout passed; false if the device
+// failed. The response timeout runs until a byte that can start the reply
+// has come, the byte timeout between its pieces after that.
+bool SerialLink::readReply(const rvreply::Expectation &expect, Exchange &x)
 {
-    if (port_) {
-        sp_flush(port_, SP_BUF_INPUT);
-        return;
-    }
-    tcflush(fd_, TCIFLUSH);
-    char junk[256];
-    while (::read(fd_, junk, sizeof junk) > 0) {
-    }
-}
-
-int SerialLink::readNext(char *buf, int max, int timeoutMs)
-{
-    if (timeoutMs < 1)
-        timeoutMs = 1;  // 0 would mean "wait for ever" to libserialport
-    if (port_) {
-        const int n = sp_blocking_read_next(port_, buf, max, timeoutMs);
-        return n < 0 ? -1 : n;
-    }
-    pollfd p = {fd_, POLLIN, 0};
-    const int r = poll(&p, 1, timeoutMs);
-    if (r < 0)
-        return errno == EINTR ? 0 : -1;
-    if (r == 0)
-        return 0;
-    const ssize_t n = ::read(fd_, buf, max);
-    if (n < 0)
-        return (errno == EAGAIN || errno == EINTR) ? 0 : -1;
-    return n == 0 ? -1 : int(n);  // hang-up: the other side went away
-}
-
-bool SerialLink::readUntil(QByteArray &reply, int replyLength, int firstByteMs)
-{
-    char buf[512];
-    long long deadline = nowMs() + firstByteMs;
+    const int replyLength = expect.length;
+    const Clock::time_point sent = quietSince_;
+    Clock::time_point lastByte = sent;
+    QByteArray buf;
+    char piece[512];
     for (;;) {
-        const int target = replyTarget(reply, replyLength);
-        if (target > 0 && reply.size() >= target)
+        const bool quiet = !buf.isEmpty() && replyLength < 0 &&
+                           msBetween(lastByte, Clock::now()) >= settings_.byteTimeoutMs;
+        const rvreply::Step step = rvreply::readReply(
+            expect, reinterpret_cast<const unsigned char *>(buf.constData()), buf.size(), quiet);
+        if (step.verdict == rvreply::Skip) {
+            x.skipped += step.bytes;
+            if (step.bytes >= 2 && expect.station >= 0 && uchar(buf.at(0)) != expect.station &&
+                uchar(buf.at(1)) == expect.function)
+                ++x.otherStation;
+            else if (step.bytes >= 2 && uchar(buf.at(0)) == expect.station)
+                ++x.otherFunction;
+            buf.remove(0, step.bytes);
+            continue;
+        }
+        if (step.verdict == rvreply::Frame) {
+            x.outcome = Exchange::Answered;
+            x.reply = buf.left(step.bytes);
+            x.strayAfter = buf.size() - step.bytes;
+            x.rttMs = msBetween(sent, lastByte);
             return true;
-        const long long left = deadline - nowMs();
-        if (left <= 0)
+        }
+        const Clock::time_point now = Clock::now();
+        const Clock::time_point limit =
+            buf.isEmpty() ? sent + std::chrono::milliseconds(settings_.timeoutMs)
+                          : lastByte + std::chrono::milliseconds(settings_.byteTimeoutMs);
+        if (now >= limit) {
+            x.outcome = buf.isEmpty() ? Exchange::NoAnswer : Exchange::Cut;
+            x.reply = buf;
+            x.silenceMs = msBetween(lastByte, now);
+            x.rttMs = msBetween(sent, lastByte);
             return true;
-        int want = int(sizeof buf);
-        if (target > 0)
-            want = std::min(want, target - reply.size());
-        const int n = readNext(buf, want, int(left));
+        }
+        const int wait =
+            int(std::chrono::duration_cast<std::chrono::milliseconds>(limit - now).count()) + 1;
+        const int n = readSome(piece, sizeof piece, wait);
         if (n < 0)
             return false;
         if (n > 0) {
-            reply.append(buf, n);
-            deadline = nowMs() + gapMs_;  // the frame ends after a silent gap
+            lastByte = Clock::now();
+            quietSince_ = lastByte;
+            traceBytes(piece, n, '<', '>', sent);
+            buf.append(piece, n);
         }
     }
 }
 
-SerialLink::Status SerialLink::transact(const QByteArray &frame, int replyLength, QByteArray &reply)
+Exchange SerialLink::exchange(const QByteArray &frame, int replyLength)
 {
-    reply.clear();
+    Exchange x;
+    x.outcome = Exchange::Lost;
     if (!isOpen())
-        return Lost;
-    flushInput();
-    if (!writeAll(frame))
-        return Lost;
-    if (settings_.discardEcho) {
-        QByteArray echo;
-        if (!readUntil(echo, frame.size(), settings_.timeoutMs))
-            return Lost;
+        return x;
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        waitForGap();
+        x.strayBefore += takeStray();
+        traceBytes(frame.constData(), frame.size(), '[', ']', Clock::now());
+        if (!send(frame))
+            return x;
+        if (settings_.discardEcho) {
+            rvreply::Expectation echo;
+            echo.length = frame.size();
+            Exchange heard;
+            if (!readReply(echo, heard))
+                return x;
+        }
+        if (replyLength == 0) {
+            x.outcome = Exchange::Broadcast;
+            return x;
+        }
+        if (!readReply(
+                rvreply::expectReply(reinterpret_cast<const unsigned char *>(frame.constData()),
+                                     frame.size(), replyLength),
+                x)) {
+            x.outcome = Exchange::Lost;
+            return x;
+        }
+        x.expected = x.reply.size() >= 2 && (uchar(x.reply.at(1)) & 0x80) ? 5 : replyLength;
+        if (x.outcome != Exchange::Answered) {
+            x.late += settle();
+            return x;
+        }
+        // A repeat of the previous reply answers that frame, not this one:
+        // only a second asking, on a settled line, tells them apart. Bytes
+        // after the end can likewise mean the frame taken was stale.
+        const bool doubtful = (x.reply == lastReply_ && frame != lastRequest_) || x.strayAfter > 0;
+        lastRequest_ = frame;
+        lastReply_ = x.reply;
+        if (!doubtful || attempt > 0)
+            return x;
+        x.askedAgain = true;
+        x.late += settle();
+        x.reply.clear();
+        x.strayAfter = 0;
     }
-    if (replyLength == 0)
-        return Ok;
-    return readUntil(reply, replyLength, settings_.timeoutMs) ? Ok : Lost;
+    return x;
 }

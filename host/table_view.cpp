@@ -14,6 +14,31 @@ QString label(const VarSpec &v, int offset, bool showStation)
     return showStation ? QString::number(v.station) + ":" + name : name;
 }
 
+// A JSON key: the element's label, with the format where it is not the
+// plain one, so an element shown in two formats is two keys.
+QString jsonKey(const VarSpec &v, const QString &label)
+{
+    const bool plain = isBitArea(v.areaType) || (v.format.kind == ValueFormat::Uint16);
+    return plain ? label : label + ":" + formatName(v.format);
+}
+
+// Control bytes and bytes past ASCII as \xNN, so a string value can
+// neither move the cursor nor depend on the terminal's character set.
+QString printable(const QString &text)
+{
+    QString out;
+    for (int i = 0; i < text.size(); ++i) {
+        const ushort c = text.at(i).unicode();
+        if (c < 0x20 || c >= 0x7F)
+            out += QString("\\x%1").arg(c, 2, 16, QChar('0'));
+        else if (c == '\\')
+            out += "\\\\";
+        else
+            out += text.at(i);
+    }
+    return out;
+}
+
 // One shown value: a bit, a register, two registers or a whole string.
 struct Cell {
     QString label;
@@ -49,16 +74,24 @@ QString tableCell(const VarSpec &v, const Cell &c)
     if (isBitArea(v.areaType))
         return (c.known ? c.text : QString("?")).rightJustified(2);
     if (c.quoted)
-        return " " + (c.known ? '"' + c.text + '"' : QString("--"));
+        return " " + (c.known ? '"' + printable(c.text) + '"' : QString("--"));
     const int width = registersPerValue(v.format) == 2 ? 12 : 7;
     return " " + (c.known ? c.text : QString("--")).rightJustified(width - 1);
 }
 
 QString jsonString(const QString &text)
 {
-    QString out = text;
-    out.replace('\\', "\\\\").replace('"', "\\\"");
-    return '"' + out + '"';
+    QString out = "\"";
+    for (int i = 0; i < text.size(); ++i) {
+        const ushort c = text.at(i).unicode();
+        if (c == '"' || c == '\\')
+            out += QString('\\') + text.at(i);
+        else if (c < 0x20 || c >= 0x7F)  // plain ASCII whatever the locale
+            out += QString("\\u%1").arg(c, 4, 16, QChar('0'));
+        else
+            out += text.at(i);
+    }
+    return out + '"';
 }
 
 QString jsonList(const QStringList &items)
@@ -127,7 +160,7 @@ QString renderCsv(const QList<VarSpec> &vars, const ValueTable &values, long lon
         for (int k = 0; k < cells.size(); ++k) {
             const Cell &c = cells.at(k);
             labels << c.label;
-            fields << (c.quoted && c.known ? '"' + QString(c.text).replace('"', "\"\"") + '"'
+            fields << (c.quoted && c.known ? '"' + printable(c.text).replace('"', "\"\"") + '"'
                                            : c.text);
         }
     }
@@ -138,7 +171,7 @@ QString renderCsv(const QList<VarSpec> &vars, const ValueTable &values, long lon
 
 QString renderJson(const QList<VarSpec> &vars, const ValueTable &values, const PollStats &s,
                    bool showStation, const QStringList &problems, const WriteCounts *writes,
-                   const QStringList &writeEvents)
+                   const QStringList &writeEvents, const QString &lineJson)
 {
     QString out = QString("{\"scan\":%1,\"time\":\"%2\",\"scan_ms\":%3,\"frames_per_s\":%4,"
                           "\"frames\":%5,\"received\":%6,\"retries\":%7,\"given_up\":%8,"
@@ -169,11 +202,11 @@ QString renderJson(const QList<VarSpec> &vars, const ValueTable &values, const P
                 value = jsonString(c.text);
             else if (c.text.startsWith("0x"))
                 value = QString::number(c.text.mid(2).toInt(nullptr, 16));
-            items << jsonString(c.label) + ":" + value;
+            items << jsonString(jsonKey(vars.at(i), c.label)) + ":" + value;
         }
     }
     out += items.join(",");
-    out += "},\"problems\":" + jsonList(problems);
+    out += "},\"problems\":" + jsonList(problems) + ",\"line\":" + lineJson;
     if (writes)
         out += QString(",\"writes\":{\"written\":%1,\"failed\":%2,\"dropped\":%3,\"refused\":%4,"
                        "\"pending\":%5},\"write_events\":")

@@ -31,10 +31,12 @@ QString renderTable(const QList<VarSpec> &vars, const ValueTable &values, bool s
 QString renderCsv(const QList<VarSpec> &vars, const ValueTable &values, long long scan,
                   bool showStation, bool header);
 
-// One line: {"scan":N,"scan_ms":..,...,"values":{"D0":1,"D1":null,...},
-// "problems":[...],"writes":{...},"write_events":[...]}.
+// One line: {"scan":N,"scan_ms":..,...,"values":{"D0":1,"D1":null,
+// "D50:uint32":..},"problems":[...],"line":{per station},"writes":{...},
+// "write_events":[...]}. A value in a format other than uint16 carries the
+// format in its key, so no key repeats.
 QString renderJson(const QList<VarSpec> &vars, const ValueTable &values, const PollStats &stats,
                    bool showStation, const QStringList &problems, const WriteCounts *writes,
-                   const QStringList &writeEvents);
+                   const QStringList &writeEvents, const QString &lineJson);
 
 #endif

@@ -42,6 +42,11 @@ bool parseFormat(const QString &text, ValueFormat &out, QString &error)
     return true;
 }
 
+QString formatName(const ValueFormat &f)
+{
+    return QString(kNames[f.kind]) + (f.cdab ? ":cdab" : "");
+}
+
 int registersPerValue(const ValueFormat &f)
 {
     if (f.kind == ValueFormat::String)

@@ -16,6 +16,8 @@ struct ValueFormat {
 
 // "int16", "float:cdab", ...; false with a reason for an unknown name.
 bool parseFormat(const QString &text, ValueFormat &out, QString &error);
+// "float:cdab", "uint16": the name parseFormat reads.
+QString formatName(const ValueFormat &f);
 // Registers one value takes: 1, 2, or 0 for string (the whole range).
 int registersPerValue(const ValueFormat &f);
 // The value of `words` (registers, 0..65535 each) as text.

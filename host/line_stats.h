@@ -1,0 +1,54 @@
+// What the line did, station by station: how each exchange ended, the
+// bytes that answered nothing, the round-trip times, and the one option a
+// pattern points at.
+#ifndef RVPOLL_LINE_STATS_H
+#define RVPOLL_LINE_STATS_H
+
+#include <QMap>
+#include <QString>
+#include <QStringList>
+#include <vector>
+
+#include "serial_link.h"
+
+// The driver's verdict on an exchange, where the line alone cannot tell.
+enum class DriverVerdict { Accepted, BadCrc, Rejected };
+
+// One line for a failed exchange: "no answer", "cut short (7 of 25 bytes,
+// then silent 500 ms)", "bad CRC", "exception 0x02 (illegal data address)".
+QString describeExchange(const Exchange &x, DriverVerdict verdict);
+
+// The exception code of an exception reply, or -1.
+int exceptionOf(const Exchange &x);
+
+struct StationLine {
+    long long exchanges = 0, answered = 0, noAnswer = 0, cut = 0, badCrc = 0, exceptions = 0;
+    long long otherStation = 0, otherFunction = 0, askedAgain = 0;
+    long long strayBefore = 0, strayAfter = 0, skipped = 0, late = 0;  // bytes
+    QMap<int, long long> exceptionCodes;
+    std::vector<float> rttMs;  // answered exchanges
+};
+
+class LineStats {
+public:
+    void note(int station, const Exchange &x, DriverVerdict verdict);
+    // Bytes discarded while the line settled after the driver rejected a reply.
+    void noteLate(int station, int bytes);
+    bool empty() const { return stations_.isEmpty(); }
+
+    // One block of lines for the end of a run, a line per station.
+    QString summary() const;
+    // {"1":{"exchanges":..,"rtt_ms":{"min":..,"median":..,"p95":..,"max":..}},..}
+    QString json() const;
+    // What to change, said once each: "replies arrive in pieces with long
+    // pauses: raise --byte-timeout-ms".
+    QStringList hints() const;
+    // Why no reply was ever taken: "the controller never answered", or
+    // that its replies were all cut short or garbled.
+    QString neverAnswered() const;
+
+private:
+    QMap<int, StationLine> stations_;
+};
+
+#endif
