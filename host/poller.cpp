@@ -220,7 +220,9 @@ bool Poller::exchange(Protocol *p)
         lastBlock_ = -1;
     }
 
-    RW_VAR *r = writes_.dataCom(&x.reply);
+    // What the line did, should the driver turn the reply down.
+    const QString failure = describeExchange(x, verdictOf(api_, x, -1));
+    RW_VAR *r = writes_.dataCom(&x.reply, failure);
     const int code = r ? r->result : -1;
     const DriverVerdict verdict = verdictOf(api_, x, code);
     // A reply the driver turned down may be followed by the rest of a

@@ -44,6 +44,21 @@ const BlockState *ReadState::blockOf(const VarSpec &v, int offset) const
     return nullptr;
 }
 
+bool ReadState::known(const VarSpec &v, int offset) const
+{
+    const BlockState *b = blockOf(v, offset);
+    if (!b || !b->good())
+        return false;
+    const int element = v.address + offset;
+    for (int i = 0; i < writes_.size(); ++i) {
+        const UnsettledWrite &w = writes_.at(i);
+        if (w.station == b->station && w.areaType == v.areaType && element >= w.address &&
+            element < w.address + w.count && (w.pending || w.endedAt > b->readAt))
+            return false;
+    }
+    return true;
+}
+
 QStringList ReadState::problems(const QList<VarSpec> &vars, bool scanComplete) const
 {
     QStringList lines;

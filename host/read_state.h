@@ -10,21 +10,21 @@
 
 #include "poller.h"
 #include "varspec.h"
+#include "write_tracker.h"
 
 class ReadState {
 public:
-    ReadState(const QList<BlockState> &blocks, int defaultStation, bool multiStation)
+    ReadState(const QList<BlockState> &blocks, int defaultStation, bool multiStation,
+              const QList<UnsettledWrite> &writes = QList<UnsettledWrite>())
         : blocks_(blocks),
           defaultStation_(defaultStation),
-          multiStation_(multiStation)
+          multiStation_(multiStation),
+          writes_(writes)
     {}
     // The block that reads element `offset` of `v`, or null.
     const BlockState *blockOf(const VarSpec &v, int offset) const;
-    bool known(const VarSpec &v, int offset) const
-    {
-        const BlockState *b = blockOf(v, offset);
-        return b && b->good();
-    }
+    // Read good, and not since written by a write that has not landed.
+    bool known(const VarSpec &v, int offset) const;
     // One line per failing block or unreadable range, with the reason:
     // "D0-D3 on station 2: no reply (code 41): check station, baud and parity".
     // Ranges no block reads are named once a scan is complete.
@@ -37,6 +37,7 @@ private:
     QList<BlockState> blocks_;
     int defaultStation_;
     bool multiStation_;
+    QList<UnsettledWrite> writes_;
 };
 
 #endif

@@ -78,7 +78,7 @@ void show(View &v, const PollStats &s)
 {
     const PollOptions &o = *v.o;
     std::lock_guard<std::mutex> lock(v.mutex);
-    const ReadState state(v.poller->blocks(), o.station, o.multiStation);
+    const ReadState state(v.poller->blocks(), o.station, o.multiStation, v.writes->unsettled());
     const ValueTable values = readValues(*v.api, o.vars, o.station, state);
     const QStringList problems = state.problems(o.vars, s.scans > 0);
     const WriteCounts c = v.writes->counts();

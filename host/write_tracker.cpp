@@ -21,6 +21,13 @@ WriteTracker::WriteTracker(const DriverApi &api, int defaultStation, bool multiS
       requeueLimit_(requeueLimit)
 {}
 
+bool WriteTracker::overlap(const Entry &a, const Entry &b)
+{
+    const VarSpec &x = a.write.target, &y = b.write.target;
+    return a.station == b.station && x.areaType == y.areaType && x.address < y.address + y.count &&
+           y.address < x.address + x.count;
+}
+
 bool WriteTracker::queue(const WriteSpec &w, QString &message)
 {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -28,26 +35,48 @@ bool WriteTracker::queue(const WriteSpec &w, QString &message)
     e.write = w;
     e.text = w.text;
     e.station = w.target.station ? w.target.station : defaultStation_;
-    // A newer write to the same elements replaces a pending one in the
-    // driver's list, which then never gets a result.
-    for (int i = 0; i < entries_.size(); ++i) {
-        Entry &old = entries_[i];
-        if (old.outcome == Pending && !old.waiting && old.station == e.station &&
-            old.write.target.areaType == w.target.areaType &&
-            old.write.target.address == w.target.address &&
-            old.write.target.count == w.target.count) {
-            queuedParts_ -= old.parts - old.partsDone;
-            finish(old, Dropped, "replaced by " + e.text);
-        }
+    // Nothing is cut: a write that runs past its area's end is not sent.
+    const VarSpec &t = w.target;
+    const long long last = (long long)t.address + t.count - 1;
+    if (isArea(t.areaType) && last >= areaCapacity(t.areaType)) {
+        message = "write " + e.text + ": refused (runs past the end of the " +
+                  areaNameOf(t.areaType) + " area, whose last element is " +
+                  elementName(t.areaType, areaCapacity(t.areaType) - 1) + ")";
+        return false;
     }
     entries_.append(e);
-    Entry &added = entries_.last();
-    if (!queueEntry(added, entries_.size())) {
+    const int index = entries_.size() - 1;
+    // An older write to the same elements must not land after this one: one
+    // waiting to be queued again is replaced now; one still in the driver's
+    // list lands first or is replaced there, which its missing result tells.
+    for (int i = 0; i < index; ++i) {
+        Entry &old = entries_[i];
+        if (old.outcome != Pending || !overlap(old, entries_[index]))
+            continue;
+        if (old.waiting)
+            finish(old, Dropped, "replaced by a newer write, " + e.text + ", before it landed");
+        else
+            old.newer = index;
+    }
+    Entry &added = entries_[index];
+    if (!queueEntry(added, index + 1)) {
         message = "write " + added.text + ": refused (" + added.detail + ")";
         return false;
     }
     message = "write " + added.text + ": queued";
     return true;
+}
+
+void WriteTracker::closeReplaced(int index)
+{
+    for (int i = 0; i < index; ++i) {
+        Entry &old = entries_[i];
+        if (old.outcome == Pending && old.newer == index) {
+            queuedParts_ -= old.parts - old.partsDone;
+            finish(old, Dropped,
+                   "replaced by a newer write, " + entries_.at(index).text + ", before it landed");
+        }
+    }
 }
 
 bool WriteTracker::queueEntry(Entry &e, int id)
@@ -59,14 +88,17 @@ bool WriteTracker::queueEntry(Entry &e, int id)
     api_.GetRegisterData(QString(), t.areaType, address, e.station, &probe, t.count);
     const int elements = isBitArea(t.areaType) ? probe.size() : probe.size() / 2;
     const bool full = queuedParts_ >= kWriteListSize;
-    QByteArray bytes = writeBytes(e.write);
-    const int pending = api_.SetRegisterData(areaNameOf(t.areaType), t.areaType, address, e.station,
-                                             &bytes, t.count, 0, id);
-    if (pending <= 0 || full || elements <= 0) {
+    if (full || elements <= 0 || !takesQueuedWrite(t.areaType)) {
         finish(e, Refused,
-               elements <= 0 ? "past the end of the " + areaNameOf(t.areaType) + " area"
-               : full        ? "the driver's write list is full"
-                             : "X and SEM cannot be written");
+               full            ? "the driver's write list is full"
+               : elements <= 0 ? "past the end of the " + areaNameOf(t.areaType) + " area"
+                               : "X and SEM cannot be written");
+        return false;
+    }
+    QByteArray bytes = writeBytes(e.write);
+    if (api_.SetRegisterData(areaNameOf(t.areaType), t.areaType, address, e.station, &bytes,
+                             t.count, 0, id) <= 0) {
+        finish(e, Refused, "the driver did not queue it");
         return false;
     }
     const int unit = blockUnits_ > 0 ? blockUnits_ : elements;
@@ -83,6 +115,7 @@ void WriteTracker::finish(Entry &e, Outcome outcome, const QString &detail)
     e.outcome = outcome;
     e.waiting = false;
     e.detail = detail;
+    e.endedAt = std::chrono::steady_clock::now();
     QString line = "write " + e.text + ": " + names[outcome];
     if (!detail.isEmpty())
         line += " (" + detail + ")";
@@ -92,7 +125,7 @@ void WriteTracker::finish(Entry &e, Outcome outcome, const QString &detail)
     lastEvent_ = line;
 }
 
-RW_VAR *WriteTracker::dataCom(QByteArray *reply)
+RW_VAR *WriteTracker::dataCom(QByteArray *reply, const QString &line)
 {
     std::lock_guard<std::mutex> lock(mutex_);
     RW_VAR *r = api_.DataCom(reply, reply->size());
@@ -108,10 +141,14 @@ RW_VAR *WriteTracker::dataCom(QByteArray *reply)
         --queuedParts_;
         if (!ok) {
             queuedParts_ -= e.parts - e.partsDone;
-            finish(e, Failed, QString("code %1: %2").arg(code).arg(codeMeaning(code)));
+            finish(e, Failed,
+                   (line.isEmpty() ? QString() : line + ", ") +
+                       QString("code %1: %2").arg(code).arg(codeMeaning(code)));
         } else if (e.partsDone >= e.parts) {
             finish(e, Written, QString());
         }
+        if (e.outcome != Pending)
+            closeReplaced(own);
     }
     for (int i = 0; i < entries_.size(); ++i) {
         Entry &e = entries_[i];
@@ -120,7 +157,11 @@ RW_VAR *WriteTracker::dataCom(QByteArray *reply)
         if (!ok && !e.waiting) {
             // The give-up took the station's pending writes with it.
             queuedParts_ -= e.parts - e.partsDone;
-            if (e.requeues < requeueLimit_) {
+            if (e.newer >= 0) {
+                finish(e, Dropped,
+                       "replaced by a newer write, " + entries_.at(e.newer).text +
+                           ", before it landed");
+            } else if (e.requeues < requeueLimit_) {
                 e.waiting = true;
                 lastEvent_ = "write " + e.text +
                              ": dropped by a give-up, queued again once station " +
@@ -152,6 +193,26 @@ WriteCounts WriteTracker::counts() const
         }
     }
     return c;
+}
+
+QList<UnsettledWrite> WriteTracker::unsettled() const
+{
+    std::lock_guard<std::mutex> lock(mutex_);
+    QList<UnsettledWrite> list;
+    for (int i = 0; i < entries_.size(); ++i) {
+        const Entry &e = entries_.at(i);
+        if (e.outcome == Written || e.outcome == Refused)
+            continue;
+        UnsettledWrite u;
+        u.station = e.station;
+        u.areaType = e.write.target.areaType;
+        u.address = e.write.target.address;
+        u.count = e.write.target.count;
+        u.pending = e.outcome == Pending;
+        u.endedAt = e.endedAt;
+        list.append(u);
+    }
+    return list;
 }
 
 bool WriteTracker::busy() const

@@ -172,7 +172,7 @@ TEST(ToolsTest, WritesLandInTheControllerAndReadBack)
                  "--station 9 --once --retries 0 --timeout-ms 30 --write D61=1 --write D62=1 D0"));
     EXPECT_EQ(1, r.status);
     EXPECT_EQ("", missing(r.out + r.err,
-                          {"write D61=1: failed (code 41: no reply)", "write D62=1: dropped"}))
+                          {"write D61=1: failed (no answer, code 41: no reply)", "write D62=1: dropped"}))
         << r.out << r.err;
 
     // A fresh poller, with an empty mirror, reads the values back; its
