@@ -227,6 +227,14 @@ bool parseWriteSpec(const QString &input, bool needStation, WriteSpec &out, QStr
     out.target.count = out.values.size();
     out.target.format = f;
     out.text = input.trimmed();
+    // Nothing is cut: a write that runs past its area's end is not sent.
+    const int capacity = areaCapacity(out.target.areaType);
+    if ((long long)out.target.address + out.target.count > capacity) {
+        error = QString("'%1': runs past the end of the %2 area, whose last element is %3")
+                    .arg(out.text, areaNameOf(out.target.areaType),
+                         elementName(out.target.areaType, capacity - 1));
+        return false;
+    }
     return true;
 }
 

@@ -35,15 +35,6 @@ bool WriteTracker::queue(const WriteSpec &w, QString &message)
     e.write = w;
     e.text = w.text;
     e.station = w.target.station ? w.target.station : defaultStation_;
-    // Nothing is cut: a write that runs past its area's end is not sent.
-    const VarSpec &t = w.target;
-    const long long last = (long long)t.address + t.count - 1;
-    if (isArea(t.areaType) && last >= areaCapacity(t.areaType)) {
-        message = "write " + e.text + ": refused (runs past the end of the " +
-                  areaNameOf(t.areaType) + " area, whose last element is " +
-                  elementName(t.areaType, areaCapacity(t.areaType) - 1) + ")";
-        return false;
-    }
     entries_.append(e);
     const int index = entries_.size() - 1;
     // An older write to the same elements must not land after this one: one

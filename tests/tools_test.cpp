@@ -237,6 +237,22 @@ TEST(ToolsTest, FormatsRoundTripAndCsvRows)
     EXPECT_EQ("", missing(r.out, {",1,-2,-1.5,-1.5,-1077936128,\"hello\",0xFFFE,0,\n",
                                   ",2,-2,-1.5,-1.5,-1077936128,\"hello\",0xFFFE,0,\n"}))
         << r.out;
+
+    // Control bytes are escaped, and an element shown in two formats is two
+    // JSON keys, never one key twice.
+    r = run(poll(sim.path(), "--once --write D110=0x1B41 D110:string D100-D101 D100-D101:int32"));
+    EXPECT_EQ("", missing(r.out, {"\"\\x1bA\""})) << r.out;
+    r = run(poll(sim.path(), "--once --json D110:string D100-D101 D100-D101:int32"));
+    EXPECT_EQ("", missing(r.out, {"\"D110:string\":\"\\u001bA\"", "\"D100\":65534",
+                                  "\"D100:int32\":-131072"}))
+        << r.out;
+    const std::string json = scratchFile(r.out);
+    EXPECT_EQ("", runCommand("python3 -c 'import json,sys\ndef once(pairs):\n  keys = [k for k, v "
+                             "in pairs]\n  assert len(keys) == len(set(keys)), keys\n  return "
+                             "dict(pairs)\njson.loads(sys.stdin.read(), object_pairs_hook=once)' "
+                             "2>&1 <" +
+                             json));
+    unlink(json.c_str());
 }
 
 TEST(ToolsTest, DroppedRepliesAreRetriedAndPollingRecovers)
@@ -393,6 +409,7 @@ TEST(ToolsTest, BadInputGivesAClearMessageAndStatusTwo)
         {null + "--multi-station D0", "station prefix"},
         {null + "--write M5=2 M5", "0 or 1"},
         {null + "--write D0-D3=1 D0", "write to one element"},
+        {null + "--write D7999=1,2 D0", "past the end of the D area, whose last element is D7999"},
         {rvpoll + "D0-D9", "no serial port"},
         {rvpoll + "/dev/null --parity=x D0", "bad value 'x' for --parity"},
         {rvpoll + "/dev/null --format=float D0", "even number of registers"},
