@@ -311,18 +311,26 @@ TEST(ToolsTest, FaultsNeverShowOrReportWhatTheControllerDoesNotHold)
     } cases[] = {
         // A lost request, a reply repeated into the next one's place, a late
         // one and one cut short: each exchange is settled and asked again.
-        {"--script ok,lose,ok,twice", "", 0, {" 1 no answer", "1 asked again"}, {}},
-        {"--script late --delay-ms 150", "", 0, {"1 no answer", "21 late"}, {}},
-        {"--script cut", "", 0, {"1 cut short"}, {}},
+        {"--script ok,lose,ok,twice", "--timeout-ms 100", 0, {" 1 no answer", "1 asked again"}, {}},
+        {"--script late --delay-ms 150", "--timeout-ms 100", 0, {"1 no answer", "21 late"}, {}},
+        {"--script cut", "--timeout-ms 100", 0, {"1 cut short"}, {}},
+        {"--noise 0.5 --seed 3", "--timeout-ms 100 --retries 20", 0, {"noise on the line"}, {}},
+        // A USB adapter's pieces, 255 ms apart after a turnaround, at
+        // rvpoll's default timeouts.
+        {"--baud 9600 --pieces 16,255 --turnaround-ms 20",
+         "--baud 9600",
+         0,
+         {" 0 no answer, 0 cut short"},
+         {}},
         {"--exception-rate 1",
-         "--retries 0",
+         "--timeout-ms 100 --retries 0",
          1,
          {"D10-D17 on station 1: refused by the controller, exception 0x04 (device failure)"},
          {}},
         // The echo of the first write comes again in place of the lost
         // second one, to the same registers: it is not taken for its echo.
         {"--script twice,lose",
-         "--write D500=1,2 --write D500=3,4",
+         "--timeout-ms 100 --write D500=1,2 --write D500=3,4",
          0,
          {"write D500=3,4: written", "1 asked again"},
          {"register 500 = 0x0003", "register 501 = 0x0004"}},
@@ -330,9 +338,9 @@ TEST(ToolsTest, FaultsNeverShowOrReportWhatTheControllerDoesNotHold)
     for (const auto &c : cases) {
         Sim sim(std::string("--tick-ms 10 --data ") + data + " " + c.sim);
         ASSERT_FALSE(sim.path().empty()) << sim.output();
-        const Result r = run(poll(sim.path(), std::string("--scans 3 --interval-ms 0 --json "
-                                                          "--timeout-ms 100 --block 8 ") +
-                                                  c.poll + " D10-D25"));
+        const Result r =
+            run(poll(sim.path(), std::string("--scans 3 --interval-ms 0 --json --block 8 ") +
+                                     c.poll + " D10-D25"));
         EXPECT_EQ(c.status, r.status) << c.sim << r.err;
         EXPECT_EQ("", missing(r.out + r.err, c.said)) << c.sim << ": " << r.out << r.err;
         EXPECT_TRUE(sim.waitFor(c.written)) << sim.output();
