@@ -1,29 +1,40 @@
-# Manual pages for the tools, made by help2man from their own --help so they
-# never drift from what the programs accept. A cross-built tool runs under
-# the build's emulator through a small wrapper that carries the tool's name,
-# which help2man takes for the page's name.
+# Manual pages for the tools, made by help2man from their own --help so the
+# options never drift from what the programs accept; man/<tool>.h2m adds the
+# sections --help has no place for (EXIT STATUS where --help leaves it out,
+# FILES, EXAMPLES, SEE ALSO) and man/help2man.sed marks where the options
+# start. A cross-built tool runs under the build's emulator through a small
+# wrapper that carries the tool's name, which help2man takes for the page's.
 find_program(RV_HELP2MAN help2man)
-if(NOT RV_HELP2MAN)
-  message(STATUS "help2man not found: no manual pages for ${RV_TOOL_TARGETS}")
+find_program(RV_SED sed)
+if(NOT RV_HELP2MAN OR NOT RV_SED)
+  message(STATUS "help2man or sed not found: no manual pages for ${RV_TOOL_TARGETS}")
   return()
 endif()
 
 set(RV_MAN_DIR ${CMAKE_BINARY_DIR}/man)
-set(rv_man_name_rvpoll "poll Quorvel RV-series controllers through the driver, as a panel runtime does")
-set(rv_man_name_rvsim "simulate Quorvel RV-series controllers on a pseudo-terminal or serial line")
+set(rv_man_filter ${CMAKE_CURRENT_SOURCE_DIR}/man/help2man.sed)
 string(REPLACE ";" " " rv_emulator "${CMAKE_CROSSCOMPILING_EMULATOR}")
 set(rv_pages "")
 foreach(tool ${RV_TOOL_TARGETS})
   set(wrapper ${RV_MAN_DIR}/run/${tool})
   file(GENERATE OUTPUT ${wrapper}
-    CONTENT "#!/bin/sh\nexec ${rv_emulator} '$<TARGET_FILE:${tool}>' \"$@\"\n"
+    CONTENT "#!/bin/sh
+if [ \"$1\" = --help ]; then
+    help=$(${rv_emulator} '$<TARGET_FILE:${tool}>' --help) || exit
+    printf '%s\\n' \"$help\" | '${RV_SED}' -E -f '${rv_man_filter}'
+else
+    exec ${rv_emulator} '$<TARGET_FILE:${tool}>' \"$@\"
+fi
+"
     FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+  # The library's place goes into the FILES section.
+  set(include ${RV_MAN_DIR}/${tool}.h2m)
+  configure_file(${CMAKE_CURRENT_SOURCE_DIR}/man/${tool}.h2m ${include} @ONLY)
   set(page ${RV_MAN_DIR}/${tool}.1)
   add_custom_command(OUTPUT ${page}.gz
-    COMMAND ${RV_HELP2MAN} --no-info --section=1 --version-string=${PROJECT_VERSION}
-      "--name=${rv_man_name_${tool}}" --output=${page} ${wrapper}
+    COMMAND ${RV_HELP2MAN} --no-info --section=1 --include=${include} --output=${page} ${wrapper}
     COMMAND ${RV_GZIP} -9nf ${page}
-    DEPENDS ${tool}
+    DEPENDS ${tool} ${include} ${rv_man_filter}
     COMMENT "Manual page for ${tool}"
     VERBATIM)
   list(APPEND rv_pages ${page}.gz)
