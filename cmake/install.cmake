@@ -1,7 +1,8 @@
-# Where everything goes when the driver is installed or packaged, the Debian
-# way: the library under the multiarch libdir, the runtime's headers, a
-# pkg-config file and the example for building against it, and the two tools
-# with their manual pages when built.
+# Where everything goes when the driver is installed or packaged (debian/
+# takes its packages from here), the Debian way: the library under the
+# multiarch libdir, the runtime's headers, a pkg-config file and the example
+# for building against it, and the two tools with their manual pages when
+# built.
 #
 # Components: "runtime" (the library and its soname link), "dev" (headers,
 # the unversioned link, pkg-config, the example) and "tools" (rvpoll, rvsim
@@ -17,7 +18,7 @@ include(GNUInstallDirs)
 # every test and benchmark of the tree.
 set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
 
-# Changelogs and manual pages are installed compressed.
+# Manual pages are installed compressed.
 find_program(RV_GZIP gzip REQUIRED)
 
 # A shared library is not a program: 0644 keeps Debian's checks quiet.
@@ -44,13 +45,28 @@ if(TARGET minimal_runtime)
   target_include_directories(minimal_runtime BEFORE PRIVATE ${RV_STAGED_INCLUDE})
 endif()
 
-# The prefix is found from the .pc file's own place, so an install moved
-# elsewhere (a panel image's staging root) still points at itself.
-file(RELATIVE_PATH RV_PC_TO_PREFIX "/rv/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/rv")
+# The pkg-config file names the install prefix itself, as Debian's do; a
+# staging root (a panel image's) is reached with PKG_CONFIG_SYSROOT_DIR.
+foreach(dir LIBDIR INCLUDEDIR)
+  if(IS_ABSOLUTE "${CMAKE_INSTALL_${dir}}")
+    set(RV_PC_${dir} "${CMAKE_INSTALL_${dir}}")
+  else()
+    set(RV_PC_${dir} "\${prefix}/${CMAKE_INSTALL_${dir}}")
+  endif()
+endforeach()
 configure_file(${CMAKE_CURRENT_SOURCE_DIR}/packaging/quorvel-rv-series.pc.in
   ${CMAKE_CURRENT_BINARY_DIR}/quorvel-rv-series.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/quorvel-rv-series.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+  COMPONENT dev)
+
+# The example runtime and the headers it includes beside it, where Debian
+# keeps a -dev package's examples; docs/integration.md shows how to compile
+# it from there.
+file(GLOB RV_EXAMPLE_FILES CONFIGURE_DEPENDS
+  ${CMAKE_CURRENT_SOURCE_DIR}/examples/*.cpp ${CMAKE_CURRENT_SOURCE_DIR}/examples/*.h)
+install(FILES ${RV_EXAMPLE_FILES}
+  DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/libquorvel-rv-series-dev/examples
   COMPONENT dev)
 
 # The tools exist only in builds that made them (RV_BUILD_TOOLS, and a
@@ -67,6 +83,6 @@ if(RV_TOOL_TARGETS)
   include(${CMAKE_CURRENT_LIST_DIR}/man_pages.cmake)
 endif()
 
-include(${CMAKE_CURRENT_LIST_DIR}/deb_package.cmake)
+include(${CMAKE_CURRENT_LIST_DIR}/debian_version.cmake)
 
 include(${CMAKE_CURRENT_LIST_DIR}/package_tests.cmake)

@@ -4,6 +4,10 @@
 #
 #   rv_require_packages pkg...    install the Debian packages that are missing
 #   rv_require_base               the packages every build of the driver needs
+#   rv_require_build_deps <dir>   the Build-Depends of the unpacked source
+#                                 package <dir> that are missing (apt-get build-dep)
+#   rv_install_debs file...       install package files (.deb), dependencies too
+#   rv_purge_packages pkg...      remove packages with their configuration
 #   rv_build <dir> [cmake args]   configure <dir> (relative to the repository)
 #                                 and build it; RV_TARGETS limits the targets
 #   rv_armhf_sysroot <dir>        cross tools plus an armhf sysroot cached in <dir>
@@ -17,8 +21,8 @@
 
 RV_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 RV_JOBS=${RV_JOBS:-2}
-# dpkg-dev and help2man: the package install test makes packages with
-# manual pages from the native build.
+# help2man: the tools' manual pages; dpkg-dev: dpkg-architecture and the
+# Debian packages' tools.
 RV_BASE_PACKAGES=(cmake g++ make pkg-config qtbase5-dev libmodbus-dev libgtest-dev googletest
                   libgmock-dev libbenchmark-dev libserialport-dev libcli11-dev dpkg-dev help2man)
 
@@ -125,6 +129,31 @@ _rv_apt_install()
 rv_require_base()
 {
     rv_require_packages "${RV_BASE_PACKAGES[@]}"
+}
+
+rv_require_build_deps()
+{
+    (cd "$1" && dpkg-checkbuilddeps) >/dev/null 2>&1 && return 0
+    _rv_apt_update
+    rv_log "installing the build dependencies of $1"
+    _rv_apt _rv_root env DEBIAN_FRONTEND=noninteractive \
+        apt-get build-dep -y -q --no-install-recommends "$1" ||
+        rv_die "could not install the build dependencies of $1"
+}
+
+# Files are named by absolute paths (apt-get takes "./x.deb" or "/x.deb");
+# --reinstall replaces a build of the same version.
+rv_install_debs()
+{
+    _rv_apt_update
+    rv_log "installing $*"
+    _rv_apt_install --reinstall "$@" || rv_die "could not install $*"
+}
+
+rv_purge_packages()
+{
+    rv_log "removing $*"
+    _rv_apt _rv_root env DEBIAN_FRONTEND=noninteractive apt-get purge -y -q "$@"
 }
 
 # Absolute form of a build folder; relative ones live in the repository
