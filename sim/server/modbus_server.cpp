@@ -6,6 +6,8 @@
 #include <stdio.h>
 #include <unistd.h>
 
+#include <time.h>
+
 #include <algorithm>
 #include <chrono>
 
@@ -102,6 +104,7 @@ ModbusServer::ModbusServer(int fd)
       ctx_(nullptr),
       map_(nullptr),
       stations_(1, 1),
+      scriptAt_(0),
       rng_(1),
       forced_(FaultNone),
       forcedLeft_(0),
@@ -150,6 +153,32 @@ void ModbusServer::failNext(Fault f, int n, int delayMs)
     forced_ = f;
     forcedLeft_ = std::max(0, n);
     forcedDelayMs_ = delayMs;
+}
+
+void ModbusServer::setScript(const std::vector<Fault> &script)
+{
+    std::lock_guard<std::mutex> hold(stateMutex_);
+    script_ = script;
+    scriptAt_ = 0;
+}
+
+void ModbusServer::setLine(const LineSettings &line)
+{
+    std::lock_guard<std::mutex> hold(stateMutex_);
+    line_ = line;
+}
+
+LineSettings ModbusServer::line() const
+{
+    std::lock_guard<std::mutex> hold(stateMutex_);
+    return line_;
+}
+
+const char *ModbusServer::faultName(Fault f)
+{
+    static const char *const names[kFaultKinds] = {
+        "ok", "drop", "crc", "cut", "wrong-station", "late", "exception", "lose", "twice", "noise"};
+    return f >= 0 && f < kFaultKinds ? names[f] : "?";
 }
 
 void ModbusServer::setRefusals(const Refusals &refusals)
@@ -296,6 +325,10 @@ void ModbusServer::serve()
     std::vector<uint8_t> frame;
     while (running_) {
         if (readFrame(frame)) {
+            // The pseudo-terminal delivered the frame at once; on the line
+            // its last byte arrives only after the frame's wire time.
+            if (!pauseUs(wireTimeUs(line(), frame.size())))
+                return;
             handle(frame);
             ++requests_;  // counted once handled, so waiters see its effects
         }
@@ -311,10 +344,15 @@ ModbusServer::Fault ModbusServer::chooseFault(int &delayMs)
         return forced_;
     }
     delayMs = rates_.delayMs;
+    if (scriptAt_ < script_.size())
+        return script_[scriptAt_++];
+    // New kinds go last, so a seed draws the same faults as before.
     const double shares[] = {rates_.drop,         rates_.badCrc, rates_.truncate,
-                             rates_.wrongStation, rates_.delay,  rates_.exception};
+                             rates_.wrongStation, rates_.delay,  rates_.exception,
+                             rates_.lose,         rates_.twice,  rates_.noise};
     const Fault kinds[] = {FaultDrop,         FaultBadCrc, FaultTruncate,
-                           FaultWrongStation, FaultDelay,  FaultException};
+                           FaultWrongStation, FaultDelay,  FaultException,
+                           FaultLose,         FaultTwice,  FaultNoise};
     double sum = 0;
     for (double s : shares)
         sum += s;
@@ -322,7 +360,7 @@ ModbusServer::Fault ModbusServer::chooseFault(int &delayMs)
         return FaultNone;
     const double u = std::uniform_real_distribution<double>(0.0, 1.0)(rng_);
     double edge = 0;
-    for (int i = 0; i < 6; ++i) {
+    for (int i = 0; i < 9; ++i) {
         edge += shares[i];
         if (u < edge)
             return kinds[i];
@@ -335,7 +373,7 @@ void ModbusServer::handle(std::vector<uint8_t> &frame)
     const int station = frame[0];
     int function = -1, address = -1, count = -1;
     requestTarget(frame, function, address, count);
-    std::vector<uint8_t> reply;
+    Outgoing reply;
     const std::string outcome = handleFrame(frame, station, function, address, count, reply);
     Logger log;
     {
@@ -346,14 +384,15 @@ void ModbusServer::handle(std::vector<uint8_t> &frame)
     // finds the line already written.
     if (log)
         log(LogEntry{station, function, address, count, outcome});
-    if (reply.empty() || !running_)
+    if (reply.bytes.empty() || !pauseUs(reply.thinkMs * 1000LL))
         return;
-    writeLine(reply.data(), reply.size());
-    ++replies_;
+    const LineSettings settings = line();
+    if (sendPaced(reply.bytes, settings) && reply.againMs >= 0 && pauseUs(reply.againMs * 1000LL))
+        sendPaced(reply.bytes, settings);
 }
 
 std::string ModbusServer::handleFrame(std::vector<uint8_t> &frame, int station, int function,
-                                      int address, int count, std::vector<uint8_t> &send)
+                                      int address, int count, Outgoing &send)
 {
     int slave = -1;
     {
@@ -394,12 +433,13 @@ std::string ModbusServer::handleFrame(std::vector<uint8_t> &frame, int station, 
         return "broadcast applied";
     }
     int delayMs = 0;
-    Fault fault = chooseFault(delayMs);
-    if (fault == FaultException) {
-        refused = refused ? refused : MODBUS_EXCEPTION_SLAVE_OR_SERVER_FAILURE;
-        fault = FaultNone;
+    const Fault fault = chooseFault(delayMs);
+    if (fault != FaultNone)
         ++faults_;
-    }
+    if (fault == FaultLose)
+        return "not applied [lose: request lost on the line, no reply]";
+    if (fault == FaultException)
+        refused = refused ? refused : MODBUS_EXCEPTION_SLAVE_OR_SERVER_FAILURE;
     if (fault == FaultWrongStation)
         req[0] = static_cast<uint8_t>(station % 247 + 1);
 
@@ -411,34 +451,47 @@ std::string ModbusServer::handleFrame(std::vector<uint8_t> &frame, int station, 
     const ssize_t got = read(pipe_[0], reply, sizeof reply);
     if (got <= 0)
         return "no reply from libmodbus";
-    size_t n = static_cast<size_t>(got);
-    std::string outcome = n > 2 && (reply[1] & 0x80) ? exceptionText(reply[2]) : "ok";
+    std::string outcome = got > 2 && (reply[1] & 0x80) ? exceptionText(reply[2]) : "ok";
+    std::vector<uint8_t> bytes(reply, reply + got);
+    const std::string altered = alter(fault, delayMs, req[0], bytes);
+    if (!altered.empty())
+        outcome += std::string(" [") + faultName(fault) + ": " + altered + "]";
+    if (fault == FaultDrop)
+        return outcome;
+    std::lock_guard<std::mutex> hold(stateMutex_);
+    send.bytes = bytes;
+    send.thinkMs = line_.turnaroundMs;
+    if (line_.jitterMs > 0)
+        send.thinkMs += std::uniform_int_distribution<int>(0, line_.jitterMs)(rng_);
+    send.againMs = fault == FaultTwice ? rates_.twiceMs : -1;
+    return outcome;
+}
 
+std::string ModbusServer::alter(Fault fault, int delayMs, int station, std::vector<uint8_t> &reply)
+{
+    const size_t n = reply.size();
     switch (fault) {
-    case FaultDrop: ++faults_; return outcome + ", reply dropped";
-    case FaultBadCrc:
-        reply[n - 1] ^= 0x5A;
-        outcome += ", reply sent with a bad CRC";
-        break;
+    case FaultDrop: return "no reply sent";
+    case FaultBadCrc: reply[n - 1] ^= 0x5A; return "reply sent with a bad CRC";
     case FaultTruncate: {
         std::lock_guard<std::mutex> hold(stateMutex_);
-        const size_t whole = n;
-        n = n > 1 ? 1 + rng_() % (n - 1) : n;
-        outcome +=
-            ", reply cut to " + std::to_string(n) + " of " + std::to_string(whole) + " bytes";
-        break;
+        const size_t kept = n > 1 ? 1 + rng_() % (n - 1) : n;
+        reply.resize(kept);
+        return "reply cut to " + std::to_string(kept) + " of " + std::to_string(n) + " bytes";
     }
-    case FaultWrongStation: outcome += ", reply sent from station " + std::to_string(req[0]); break;
-    case FaultDelay:
-        pause(delayMs);
-        outcome += ", reply delayed " + std::to_string(delayMs) + " ms";
-        break;
-    default: break;
+    case FaultWrongStation: return "reply sent from station " + std::to_string(station);
+    case FaultDelay: pause(delayMs); return "reply delayed " + std::to_string(delayMs) + " ms";
+    case FaultException: return "request not applied";
+    case FaultTwice: {
+        std::lock_guard<std::mutex> hold(stateMutex_);
+        return "reply sent again " + std::to_string(rates_.twiceMs) + " ms later";
     }
-    if (fault != FaultNone)
-        ++faults_;
-    send.assign(reply, reply + n);
-    return outcome;
+    case FaultNoise: {
+        std::lock_guard<std::mutex> hold(stateMutex_);
+        return addNoise(reply, rng_);
+    }
+    default: return "";
+    }
 }
 
 void ModbusServer::applyRequest(const uint8_t *req, int length)
@@ -479,8 +532,33 @@ void ModbusServer::writeLine(const uint8_t *data, size_t length)
     }
 }
 
+bool ModbusServer::sendPaced(const std::vector<uint8_t> &bytes, const LineSettings &line)
+{
+    const auto start = std::chrono::steady_clock::now();
+    for (const LineChunk &c : lineSchedule(line, bytes.size())) {
+        const auto due = start + std::chrono::microseconds(c.atUs);
+        const auto left = std::chrono::duration_cast<std::chrono::microseconds>(
+            due - std::chrono::steady_clock::now());
+        if (!pauseUs(left.count()))
+            return false;
+        writeLine(bytes.data() + c.offset, c.length);
+    }
+    ++replies_;
+    return running_;
+}
+
 void ModbusServer::pause(int ms)
 {
-    pollfd p = {wake_[0], POLLIN, 0};
-    poll(&p, 1, ms);
+    pauseUs(ms * 1000LL);
+}
+
+bool ModbusServer::pauseUs(long long us)
+{
+    if (us > 0) {
+        const timespec wait = {static_cast<time_t>(us / 1000000),
+                               static_cast<long>(us % 1000000 * 1000)};
+        pollfd p = {wake_[0], POLLIN, 0};
+        ppoll(&p, 1, &wait, nullptr);
+    }
+    return running_;
 }

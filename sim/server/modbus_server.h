@@ -9,12 +9,20 @@
 // own length and CRC checks, so a frame it answers is a frame libmodbus
 // considers valid.
 //
-// On request it misbehaves: each reply can be dropped, sent with a bad CRC,
-// truncated, sent from the wrong station, delayed or replaced by a Modbus
-// exception, chosen at random with a fixed seed (repeatable) or forced for
-// the next N replies. Functions and address ranges can be refused outright
-// with the exception a controller gives for them. A logger, when set, hears
-// of every frame read from the line and what became of it.
+// On request it misbehaves: a request can be lost on the line, and each
+// reply can be dropped, sent with a bad CRC, truncated, sent from the wrong
+// station, delayed, sent twice, damaged by noise or replaced by a Modbus
+// exception, chosen at random with a fixed seed (repeatable), from a script
+// (the n-th request gets the n-th fault) or forced for the next N replies.
+// Functions and address ranges can be refused outright with the exception a
+// controller gives for them. A logger, when set, hears of every frame read
+// from the line and what became of it.
+//
+// Between libmodbus and the fd sits a model of the serial line (see
+// line_model.h): off by default, so replies go out at once and whole; with
+// pacing on, a request is handled only once its own wire time has passed
+// and a reply leaves at the line's speed, after the controller's turnaround,
+// in pieces if asked. Every fault goes through the same line.
 //
 // Typical use:
 //   ModbusServer srv(fd);            // fd stays owned by the caller
@@ -36,6 +44,8 @@
 #include <thread>
 #include <vector>
 
+#include "line_model.h"
+
 typedef struct _modbus modbus_t;
 typedef struct _modbus_mapping_t modbus_mapping_t;
 
@@ -48,10 +58,18 @@ public:
         FaultTruncate,      // only the first 1..n-1 reply bytes are sent
         FaultWrongStation,  // a valid reply from another station
         FaultDelay,         // the reply is sent after delayMs
-        FaultException      // exception 0x04 (server failure) instead; not applied
+        FaultException,     // exception 0x04 (server failure) instead; not applied
+        FaultLose,          // the request never arrives: not applied, no reply
+        FaultTwice,         // the reply is sent, then the same bytes again twiceMs later
+        FaultNoise          // a bit flipped or stray bytes added (addNoise)
     };
+    static const int kFaultKinds = FaultNoise + 1;
 
-    // Shares of replies that misbehave, each 0..1, drawn in the order
+    // The fault's name in scripts and in the log: ok, drop, crc, cut,
+    // wrong-station, late, exception, lose, twice, noise.
+    static const char *faultName(Fault f);
+
+    // Shares of requests that misbehave, each 0..1, drawn in the order
     // below from one random number; their sum should not exceed 1.
     struct FaultRates {
         double drop = 0;
@@ -60,8 +78,12 @@ public:
         double wrongStation = 0;
         double delay = 0;
         double exception = 0;
+        double lose = 0;
+        double twice = 0;
+        double noise = 0;
         int delayMs = 200;
-        unsigned seed = 1;
+        int twiceMs = 50;   // from the end of the first copy to the start of the second
+        unsigned seed = 1;  // of every random choice: faults, cut lengths, noise, jitter
     };
 
     // Requests answered with an exception and not applied: a refused
@@ -89,7 +111,7 @@ public:
         uint64_t requests = 0;  // complete frames read from the line and handled
         uint64_t accepted = 0;  // of those, addressed to us and valid for libmodbus
         uint64_t replies = 0;   // replies written to the line (even faulty ones)
-        uint64_t faults = 0;    // replies altered, delayed or dropped on purpose
+        uint64_t faults = 0;    // requests lost and replies altered on purpose
     };
 
     explicit ModbusServer(int fd);
@@ -100,8 +122,14 @@ public:
 
     // Random misbehaviour; the default rates are all zero.
     void setFaults(const FaultRates &rates);
-    // The next n replies (broadcasts excluded) get fault f, ahead of rates.
+    // The next n replies (broadcasts excluded) get fault f, ahead of the
+    // script and the rates.
     void failNext(Fault f, int n, int delayMs = 200);
+    // The n-th request for one of our stations from now (broadcasts
+    // excluded) gets script[n - 1]; past its end the rates apply.
+    void setScript(const std::vector<Fault> &script);
+    // Timing of the line; set it before start().
+    void setLine(const LineSettings &line);
 
     void setRefusals(const Refusals &refusals);
     // Called on the serving thread; set it before start().
@@ -109,7 +137,7 @@ public:
 
     // Starts the serving thread; false if it could not be set up.
     bool start();
-    // Stops and joins the serving thread (within about 50 ms).
+    // Stops and joins the serving thread at once, even mid-reply.
     void stop();
 
     // Mapping access, safe while serving. Addresses are 0..65535.
@@ -133,15 +161,29 @@ private:
     bool readFrame(std::vector<uint8_t> &frame);
     bool readByte(uint8_t &byte, int timeoutMs);
     void drainLine();
+    // A reply as it is to go out: the bytes, the controller's think time
+    // before them and, for a reply sent twice, the pause before the copy.
+    struct Outgoing {
+        std::vector<uint8_t> bytes;
+        int thinkMs = 0;
+        int againMs = -1;
+    };
     void handle(std::vector<uint8_t> &frame);
-    // What becomes of one frame; the bytes to send back land in `send`.
+    // What becomes of one frame; what to send back lands in `send`.
     std::string handleFrame(std::vector<uint8_t> &frame, int station, int function, int address,
-                            int count, std::vector<uint8_t> &send);
+                            int count, Outgoing &send);
+    // The reply libmodbus made for `fault` altered as it asks; "" or what was done.
+    std::string alter(Fault fault, int delayMs, int station, std::vector<uint8_t> &reply);
     void applyRequest(const uint8_t *req, int length);
     Fault chooseFault(int &delayMs);
     int refusal(int function, int address, int count) const;
+    LineSettings line() const;
+    // Writes `bytes` as the line would deliver them; false once stopping.
+    bool sendPaced(const std::vector<uint8_t> &bytes, const LineSettings &line);
     void writeLine(const uint8_t *data, size_t length);
     void pause(int ms);
+    // Sleeps `us` microseconds unless stopped first; false once stopping.
+    bool pauseUs(long long us);
 
     int fd_;
     int pipe_[2];
@@ -152,6 +194,9 @@ private:
     mutable std::mutex stateMutex_;
     std::vector<int> stations_;
     FaultRates rates_;
+    LineSettings line_;
+    std::vector<Fault> script_;
+    size_t scriptAt_;
     Refusals refusals_;
     Logger logger_;
     std::mt19937 rng_;
