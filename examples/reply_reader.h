@@ -59,6 +59,31 @@ inline Expectation expectReply(const unsigned char *request, int requestLength, 
     return e;
 }
 
+// The expectation for a remote-link frame (a request description: length,
+// owner type, read or write, link, station, area type, element, count, ...,
+// sum), whose reply is the controller's to the equivalent register frame:
+// 0x01 with the bytes of a bit area, 0x03 with the registers of a word
+// area, the 0x10 echo of a write.
+inline Expectation expectRemoteReply(const unsigned char *request, int requestLength,
+                                     int replyLength)
+{
+    Expectation e;
+    e.length = replyLength;
+    if (!request || requestLength < 22)
+        return e;
+    const int areaType = (request[5] << 8) | request[6];
+    e.station = request[4];
+    if (request[2] == 1) {
+        e.function = 0x10;
+    } else if (areaType >= 0 && areaType <= 25) {
+        e.function = areaType <= 13 ? 0x01 : 0x03;
+        e.byteCount = replyLength >= 5 ? (replyLength - 5) & 0xFF : -1;
+    } else {
+        e.station = -1;  // no register frame answers it
+    }
+    return e;
+}
+
 enum Verdict {
     NeedMore,  // wait for more bytes (or the timeout)
     Frame,     // the first `bytes` bytes are the reply

@@ -73,6 +73,11 @@ const char *usageText()
            "      --retries=N       retries before giving up (default 2)\n"
            "      --block=N         most units per request (default 64)\n"
            "      --multi-station   every variable names its station (1:D0-D9 2:D0-D9)\n"
+           "      --remote-link     send request descriptions for a remote link (ComInfo\n"
+           "                        remoteLink) instead of controller frames\n"
+           "      --link-no=N       the requests' link number (default 0, the driver's own:\n"
+           "                        replies are stored); on another link the driver checks\n"
+           "                        replies but stores nothing, so no value is shown\n"
            "      --lib=PATH        driver library instead of libQuorvel_RV_Series.so.1, built\n"
            "                        against the same Qt (4 or 5) as rvpoll: it refuses the other\n"
            "\n"
@@ -116,8 +121,8 @@ bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
     CLI::App app("rvpoll");
     setUpToolCli(app, {opts.help, opts.version, opts.quiet, opts.verbose});
 
-    std::string port, baud, parity, data, stop, timeout, byteTimeout, gap, rtsBefore, rtsAfter,
-        station, retries, block, lib, varsFile, scans, duration, interval, format;
+    std::string linkNo, port, baud, parity, data, stop, timeout, byteTimeout, gap, rtsBefore,
+        rtsAfter, station, retries, block, lib, varsFile, scans, duration, interval, format;
     std::vector<std::string> writes;
     bool hex = false, noRequeue = false;
     app.add_flag("-1,--once", opts.once);
@@ -127,6 +132,7 @@ bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
     app.add_flag("--echo", opts.link.discardEcho);
     app.add_flag("--rs485", opts.link.rs485);
     app.add_flag("--multi-station", opts.multiStation);
+    app.add_flag("--remote-link", opts.remoteLink);
     app.add_flag("--writes-from-stdin", opts.writesFromStdin);
     bool requeue = false;
     app.add_flag("--requeue", requeue);
@@ -145,6 +151,7 @@ bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
     app.add_option("--retries", retries);
     app.add_option("--block", block);
     app.add_option("--lib", lib);
+    app.add_option("--link-no", linkNo);
     app.add_option("--vars", varsFile);
     app.add_option("--write", writes)
         ->allow_extra_args(false)
@@ -163,6 +170,7 @@ bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
     opts.requeue = !noRequeue;
     opts.lib = lib;
     opts.link.port = port;
+    opts.link.remoteFrames = opts.remoteLink;
 
     struct Check {
         const char *name;
@@ -187,6 +195,7 @@ bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
         {"--station", station, station.empty() || toInt(station, 0, 247, opts.station)},
         {"--retries", retries, retries.empty() || toInt(retries, 0, 100, opts.retries)},
         {"--block", block, block.empty() || toInt(block, 1, 125, opts.blockUnits)},
+        {"--link-no", linkNo, linkNo.empty() || toInt(linkNo, 0, 255, opts.linkNo)},
         {"--interval-ms", interval,
          interval.empty() || toInt(interval, 0, 3600000, opts.intervalMs)},
         {"--scans", scans,

@@ -15,6 +15,8 @@ struct PollOptions {
     int retries = 2;      // ComInfo retryLimit
     int blockUnits = 64;  // ComInfo blockUnits
     bool multiStation = false;
+    bool remoteLink = false;  // ComInfo remoteLink: request-description frames
+    int linkNo = 0;           // the requests' link; the driver's own is 0
     QList<VarSpec> vars;
     QList<WriteSpec> writes;
     bool once = false;

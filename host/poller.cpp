@@ -6,6 +6,7 @@
 #include <chrono>
 
 #include "localarea/areas.h"
+#include "remote_frame.h"
 
 namespace {
 
@@ -196,6 +197,10 @@ bool Poller::exchange(Protocol *p)
     const int replyLength = p->replyLength;
     const int station = p->var.station;
 
+    RemoteFrame remote;
+    if (trace_ && settings_.remoteFrames &&
+        parseRemoteFrame(reinterpret_cast<const uchar *>(frame.constData()), frame.size(), remote))
+        fprintf(stderr, "         %s\n", describeRemoteFrame(remote).toLocal8Bit().constData());
     Exchange x = link_.exchange(frame, replyLength);
     if (x.outcome == Exchange::Lost) {
         if (linkMessages_)
@@ -281,7 +286,7 @@ void Poller::noteBlock(const RW_VAR &r, int code, const Exchange &x, DriverVerdi
     b.doubted = false;
     b.exception = exceptionOf(x);
     b.line = verdict == DriverVerdict::Accepted ? QString() : describeExchange(x, verdict);
-    if (b.good()) {
+    if (b.answered()) {
         b.everRead = true;
         b.readAt = Clock::now();
         lastBlock_ = int(&b - &blockStates_[0]);

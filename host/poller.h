@@ -38,7 +38,10 @@ struct BlockState {
         return st == station && type == areaType && element >= address &&
                element < address + elements;
     }
-    bool good() const { return (lastCode == 1 || lastCode == 100) && !doubted && !linkLost; }
+    // Read, and its values held here: a reply on another link (code 100)
+    // is checked but stored by no one in this driver.
+    bool good() const { return lastCode == 1 && !doubted && !linkLost; }
+    bool answered() const { return lastCode == 1 || lastCode == 100; }
 };
 
 class Poller {

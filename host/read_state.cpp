@@ -82,6 +82,9 @@ QStringList ReadState::problems(const QList<VarSpec> &vars, bool scanComplete) c
                          ": bytes came after its reply, which may have answered another "
                          "frame: unknown until read again (" +
                          lastRead + ")";
+        else if (b.lastCode == 100)
+            lines << where + ": answered on another link than this driver's own, whose replies it "
+                             "checks but does not store: not held here";
         else if (b.exception >= 0)
             lines << where + ": refused by the controller, " + exceptionMeaning(b.exception);
         else if (b.lastCode >= 0)

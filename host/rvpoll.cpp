@@ -183,17 +183,24 @@ int main(int argc, char **argv)
     info.retryLimit = o.retries;
     info.multiStation = o.multiStation ? 1 : 0;
     info.writeMode = 2;
+    info.remoteLink = o.remoteLink ? 1 : 0;
     api.SetComInfo(&info);
     api.RegistCallBackFuncIntf(onRequestDone, 0);
     api.FlashLocalRegister(g_localBits, g_localWords, g_localRwi);
     QList<VarInfo> varInfo = toVarInfo(o.vars, o.station);
+    // The driver gives the requests it builds its own link number; for
+    // another link, the requests are built under that number.
+    const int ownLink = info.localLinkNo;
+    info.localLinkNo = o.linkNo;
     const int blocks = api.ReCreatReadVarList(&varInfo);
+    info.localLinkNo = ownLink;
     if (blocks <= 0)
         return fail(
             "the driver made no read requests from these variables (past the end of their areas?)");
 
     WriteTracker writes(api, o.station, o.multiStation, o.blockUnits,
                         o.requeue ? kRequeueLimit : 0);
+    writes.setLink(&info, o.linkNo);
     Poller poller(api, writes, o.link, blocks, o.verbose, o.once ? 0 : o.intervalMs);
     std::string linkError;
     if (!poller.openLink(linkError))

@@ -313,10 +313,11 @@ Exchange SerialLink::exchange(const QByteArray &frame, int replyLength)
             x.outcome = Exchange::Broadcast;
             return x;
         }
-        if (!readReply(
-                rvreply::expectReply(reinterpret_cast<const unsigned char *>(frame.constData()),
-                                     frame.size(), replyLength),
-                x)) {
+        const unsigned char *request = reinterpret_cast<const unsigned char *>(frame.constData());
+        if (!readReply(settings_.remoteFrames
+                           ? rvreply::expectRemoteReply(request, frame.size(), replyLength)
+                           : rvreply::expectReply(request, frame.size(), replyLength),
+                       x)) {
             x.outcome = Exchange::Lost;
             return x;
         }

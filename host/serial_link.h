@@ -24,12 +24,13 @@ struct LinkSettings {
     int dataBits = 8;
     char parity = 'E';  // 'N', 'E' or 'O'
     int stopBits = 1;
-    int timeoutMs = 500;       // wait for the first reply byte
-    int byteTimeoutMs = 500;   // wait between pieces of one reply
-    int gapUs = -1;            // silence kept between frames; -1 = 3.5 characters
-    bool discardEcho = false;  // 2-wire adapters that hear their own frame
-    bool rs485 = false;        // the kernel's RS-485 mode (TIOCSRS485)
-    int rtsDelayBefore = 0;    // ms, in RS-485 mode
+    int timeoutMs = 500;        // wait for the first reply byte
+    int byteTimeoutMs = 500;    // wait between pieces of one reply
+    int gapUs = -1;             // silence kept between frames; -1 = 3.5 characters
+    bool discardEcho = false;   // 2-wire adapters that hear their own frame
+    bool rs485 = false;         // the kernel's RS-485 mode (TIOCSRS485)
+    bool remoteFrames = false;  // requests are a remote link's descriptions
+    int rtsDelayBefore = 0;     // ms, in RS-485 mode
     int rtsDelayAfter = 0;
 };
 

@@ -87,8 +87,17 @@ bool WriteTracker::queueEntry(Entry &e, int id)
         return false;
     }
     QByteArray bytes = writeBytes(e.write);
-    if (api_.SetRegisterData(areaNameOf(t.areaType), t.areaType, address, e.station, &bytes,
-                             t.count, 0, id) <= 0) {
+    // The driver gives a queued write its own link number; for another
+    // link, the number is swapped in for the call. DataCom, the one reader
+    // of it, runs under the same lock.
+    const int ownLink = info_ ? info_->localLinkNo : 0;
+    if (info_)
+        info_->localLinkNo = linkNo_;
+    const int queued = api_.SetRegisterData(areaNameOf(t.areaType), t.areaType, address, e.station,
+                                            &bytes, t.count, 0, id);
+    if (info_)
+        info_->localLinkNo = ownLink;
+    if (queued <= 0) {
         finish(e, Refused, "the driver did not queue it");
         return false;
     }

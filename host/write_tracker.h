@@ -40,6 +40,12 @@ public:
     WriteTracker(const DriverApi &api, int defaultStation, bool multiStation, int blockUnits,
                  int requeueLimit);
 
+    // Writes go out on link `linkNo` of the runtime's record `info`.
+    void setLink(ComInfo *info, int linkNo)
+    {
+        info_ = info;
+        linkNo_ = linkNo;
+    }
     // Queues a write; `message` says "queued" or why it was refused.
     // Returns false when refused.
     bool queue(const WriteSpec &w, QString &message);
@@ -89,6 +95,8 @@ private:
     bool multiStation_;
     int blockUnits_;
     int requeueLimit_;
+    ComInfo *info_ = nullptr;
+    int linkNo_ = 0;
     mutable std::mutex mutex_;
     QList<Entry> entries_;  // index + 1 is the owner id
     int queuedParts_ = 0;
