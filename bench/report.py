@@ -532,6 +532,39 @@ def main():
         add("Not measured in this run.")
         add("")
 
+    # A paced line.
+    add("## A scan on a paced line")
+    add("")
+    paced = []
+    for name in ("paced_scan.json", "paced_scan_pieces.json"):
+        path = os.path.join(args.results, name)
+        if os.path.exists(path):
+            with open(path) as f:
+                paced += json.load(f)
+    if paced:
+        add("`rvpoll` scans a panel's list (50 runs of 10 registers spread over D and 256 bits "
+            "of M, every register with its own value) from `rvsim` playing a real line: each "
+            "request taken after its own wire time, a 5 ms turnaround, the reply sent at the "
+            "baud rate, in one piece or in a USB adapter's pieces (`--pieces BYTES,MS`). The "
+            "floor is what the line itself takes: over the scan's frames, (request + reply "
+            "bytes) x 11 bits / baud + the turnaround + 3.5 characters of silence (1.75 ms "
+            "above 19200 baud), with the bytes read off `rvpoll -v`. Target: at most 1.10 x "
+            "the floor in one piece; in pieces, at most one adapter pause per frame above "
+            "it (`bench/paced_scan.py`).")
+        add("")
+        add("| Baud | Replies | Frames per scan | Bytes per scan | Floor | Scan | Ratio | "
+            "Above the floor per frame |")
+        add("|---|---|---|---|---|---|---|---|")
+        for r in paced:
+            add("| %d | %s | %.0f | %.0f | %.1f ms | %.1f ms | %.3f | %.2f ms |" % (
+                r["baud"], "pieces " + r["pieces"] if r["pieces"] else "one piece",
+                r["frames"], r["bytes"], r["floor_ms"], r["scan_ms"], r["ratio"],
+                r["pause_per_frame_ms"]))
+        add("")
+    else:
+        add("Not measured in this run.")
+        add("")
+
     # Plots.
     images = []
     if args.plots:
