@@ -10,9 +10,9 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <thread>
+#include <time.h>
 
+#include "line_link.h"
 #include "live_data.h"
 #include "presets.h"
 #include "request_log.h"
@@ -20,13 +20,6 @@
 #include "sim/server/modbus_server.h"
 
 namespace {
-
-volatile sig_atomic_t g_stop = 0;
-
-void onSignal(int)
-{
-    g_stop = 1;
-}
 
 int fail(const std::string &message)
 {
@@ -113,6 +106,17 @@ int main(int argc, char **argv)
     }
     for (const std::string &note : o.notes)
         fprintf(stderr, "rvsim: note: %s\n", note.c_str());
+    // SIGINT and SIGTERM are blocked in every thread (the server's inherits
+    // the mask) and taken by the main loop's wait, which they end at once.
+    sigset_t stopSignals;
+    sigemptyset(&stopSignals);
+    sigaddset(&stopSignals, SIGINT);
+    sigaddset(&stopSignals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+    signal(SIGPIPE, SIG_IGN);
+    LineLink link;
+    if (!o.link.empty() && !link.claim(o.link, error))
+        return fail(error);
     FILE *log = nullptr;
     if (!o.logFile.empty() && !(log = fopen(o.logFile.c_str(), "a")))
         return fail("cannot open " + o.logFile + ": " + strerror(errno));
@@ -123,18 +127,21 @@ int main(int argc, char **argv)
     if (o.device.empty() ? !openPty(fd, slave, path, error) : !openSerial(o, port, fd, error))
         return fail(error);
 
+    // A port that libserialport set up sends at its own speed: wire time
+    // added on top would count every character twice.
+    if (port)
+        o.line.pace = false;
     ModbusServer server(fd);
     server.setStations(o.stations);
     server.setFaults(o.faults);
+    server.setScript(o.script);
+    server.setLine(o.line);
     server.setRefusals(o.refusals);
     int presets = 0;
     if (!o.dataFile.empty() && !loadPresets(o.dataFile, server, presets, error))
         return fail(error);
-    if (!o.link.empty()) {
-        unlink(o.link.c_str());  // a link left by an earlier run
-        if (symlink(path.c_str(), o.link.c_str()) != 0)
-            return fail("cannot create the link " + o.link + ": " + strerror(errno));
-    }
+    if (!o.link.empty() && !link.point(path, error))
+        return fail(error);
     if (log || o.verbose)
         server.setLogger([log, &o](const ModbusServer::LogEntry &e) {
             const std::string line = requestLogLine(e);
@@ -148,12 +155,6 @@ int main(int argc, char **argv)
         return fail("cannot start the Modbus server");
     LiveData live(server);
 
-    struct sigaction sa = {};
-    sa.sa_handler = onSignal;
-    sigaction(SIGINT, &sa, nullptr);
-    sigaction(SIGTERM, &sa, nullptr);
-    signal(SIGPIPE, SIG_IGN);
-
     std::string stations;
     for (size_t i = 0; i < o.stations.size(); ++i)
         stations += (i ? "," : "") + std::to_string(o.stations[i]);
@@ -162,8 +163,13 @@ int main(int argc, char **argv)
     printf("rvsim: listening on %s (station %s)\n", path.c_str(), stations.c_str());
     fflush(stdout);
 
-    while (!g_stop) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(o.tickMs));
+    const timespec tick = {o.tickMs / 1000, o.tickMs % 1000 * 1000000L};
+    for (;;) {
+        const int got = sigtimedwait(&stopSignals, nullptr, &tick);
+        if (got == SIGINT || got == SIGTERM)
+            break;
+        if (got < 0 && errno != EAGAIN)
+            continue;  // interrupted: wait again
         const std::vector<std::string> changes = live.step();
         if (!o.quiet) {
             for (size_t i = 0; i < changes.size(); ++i)
@@ -178,8 +184,7 @@ int main(int argc, char **argv)
     printf("rvsim: stopped after %llu requests, %llu replies, %llu faults\n",
            (unsigned long long)c.requests, (unsigned long long)c.replies,
            (unsigned long long)c.faults);
-    if (!o.link.empty())
-        unlink(o.link.c_str());
+    link.release();
     if (log)
         fclose(log);
     if (port) {

@@ -2,6 +2,8 @@
 
 #include <stdlib.h>
 
+#include <algorithm>
+
 #include "element_range.h"
 #include "options.h"
 #include "tool_cli.h"
@@ -68,63 +70,56 @@ bool markRefused(const std::vector<std::string> &ranges, ModbusServer::Refusals 
     return true;
 }
 
-}  // namespace
-
-const char *simUsage()
+std::vector<std::string> split(const std::string &text)
 {
-    return "Usage: rvsim [OPTION]...\n"
-           "Play a Quorvel RV controller: answer Modbus RTU requests for every coil and\n"
-           "holding register on a new pseudo-terminal or a serial port, with live values,\n"
-           "preset values, refusals and line faults on request.\n"
-           "\n"
-           "Line:\n"
-           "      --port=DEV        serve this serial device (default: a new pseudo-terminal)\n"
-           "      --link=PATH       also make PATH a symbolic link to the line\n"
-           "  -b, --baud=N          line speed for --port (default 19200)\n"
-           "  -P, --parity=P        none, even or odd (or N, E, O; any case) for --port\n"
-           "                        (default even)\n"
-           "  -s, --stop=N          stop bits for --port, 1 or 2 (default 1)\n"
-           "  -a, --station=LIST    stations answered, e.g. 1,2 (default 1)\n"
-           "\n"
-           "Values:\n"
-           "      --data=FILE       preset values: entries such as D100=1234, M5=1, X10=1,\n"
-           "                        D0-D9=7 (the whole range), separated by blanks or lines\n"
-           "      --tick-ms=N       live data step: D0 counts, D1 ramps, M0 blinks (100)\n"
-           "\n"
-           "Refusals and faults:\n"
-           "      --refuse=RANGES   answer requests touching these elements with exception\n"
-           "                        0x02 (illegal data address), e.g. D100-D199,M0-M7\n"
-           "      --refuse-function=LIST  answer these functions with exception 0x01\n"
-           "                        (illegal function), e.g. 0x10 or 5,6\n"
-           "      --exception-rate=R  share of replies (0..1) replaced by exception 0x04\n"
-           "                        (server failure), the request not applied\n"
-           "      --drop=R          share of replies dropped (the request is applied)\n"
-           "      --corrupt=R       share of replies sent with a bad CRC\n"
-           "      --truncate=R      share of replies cut short\n"
-           "      --wrong-station=R share of replies sent from another station\n"
-           "      --delay=R         share of replies sent late\n"
-           "      --delay-ms=N      how late a late reply is (default 200)\n"
-           "      --seed=N          random seed of the faults (default 1)\n"
-           "\n"
-           "Output:\n"
-           "  -v, --verbose         log every request on standard output\n"
-           "      --log=FILE        log every request to FILE: time, station, function,\n"
-           "                        address, count and outcome\n"
-           "  -q, --quiet           do not report writes\n"
-           "  -h, --help            display this help and exit\n"
-           "  -V, --version         output version information and exit\n"
-           "\n"
-           "Option values follow an equals sign or a blank (--baud=9600, --baud 9600).\n"
-           "Addresses in the log are coil or register addresses on the line.\n";
+    std::vector<std::string> items;
+    size_t from = 0;
+    for (size_t comma; (comma = text.find(',', from)) != std::string::npos; from = comma + 1)
+        items.push_back(text.substr(from, comma - from));
+    items.push_back(text.substr(from));
+    return items;
 }
+
+// "ok,lose,twice" into faults, by the names the log uses.
+bool parseScript(const std::string &text, std::vector<ModbusServer::Fault> &out)
+{
+    out.clear();
+    for (const std::string &name : split(text)) {
+        int kind = 0;
+        while (kind < ModbusServer::kFaultKinds &&
+               name != ModbusServer::faultName(ModbusServer::Fault(kind)))
+            ++kind;
+        if (kind == ModbusServer::kFaultKinds)
+            return false;
+        out.push_back(ModbusServer::Fault(kind));
+    }
+    return true;
+}
+
+bool scripted(const std::vector<ModbusServer::Fault> &script, ModbusServer::Fault f)
+{
+    return std::find(script.begin(), script.end(), f) != script.end();
+}
+
+// BYTES,MS: bytes of a piece and the pause after it.
+bool parsePieces(const std::string &text, LineSettings &line)
+{
+    const std::vector<std::string> parts = split(text);
+    return parts.size() == 2 && toInt(parts[0], 1, 256, line.pieceBytes) &&
+           toInt(parts[1], 0, 60000, line.pieceGapMs);
+}
+
+}  // namespace
 
 bool parseSimOptions(int argc, char **argv, SimOptions &o, std::string &error)
 {
     CLI::App app("rvsim");
     setUpToolCli(app, {o.help, o.version, o.quiet, o.verbose});
 
-    std::string baud, parity, stop, tickMs, seed, delayMs;
+    std::string baud, parity, stop, tickMs, seed, delayMs, twiceMs, turnaround, jitter, pieces,
+        script;
     std::vector<std::string> stations, refuse, functions;
+    bool noPace = false;
     struct Rate {
         const char *name;
         double *target;
@@ -132,7 +127,9 @@ bool parseSimOptions(int argc, char **argv, SimOptions &o, std::string &error)
     } rates[] = {
         {"--drop", &o.faults.drop, ""},         {"--corrupt", &o.faults.badCrc, ""},
         {"--truncate", &o.faults.truncate, ""}, {"--wrong-station", &o.faults.wrongStation, ""},
-        {"--delay", &o.faults.delay, ""},       {"--exception-rate", &o.faults.exception, ""}};
+        {"--delay", &o.faults.delay, ""},       {"--exception-rate", &o.faults.exception, ""},
+        {"--lose", &o.faults.lose, ""},         {"--twice", &o.faults.twice, ""},
+        {"--noise", &o.faults.noise, ""}};
     app.add_option("--port", o.device);
     app.add_option("--link", o.link);
     app.add_option("-b,--baud", baud);
@@ -144,6 +141,12 @@ bool parseSimOptions(int argc, char **argv, SimOptions &o, std::string &error)
     app.add_option("--tick-ms", tickMs);
     app.add_option("--seed", seed);
     app.add_option("--delay-ms", delayMs);
+    app.add_option("--twice-ms", twiceMs);
+    app.add_option("--turnaround-ms", turnaround);
+    app.add_option("--jitter-ms", jitter);
+    app.add_option("--pieces", pieces);
+    app.add_option("--script", script);
+    app.add_flag("--no-pace", noPace);
     app.add_option("--refuse", refuse)
         ->delimiter(',')
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
@@ -174,6 +177,12 @@ bool parseSimOptions(int argc, char **argv, SimOptions &o, std::string &error)
         {"--stop", stop.empty() || toInt(stop, 1, 2, o.stopBits), stop},
         {"--tick-ms", tickMs.empty() || toInt(tickMs, 1, 60000, o.tickMs), tickMs},
         {"--delay-ms", delayMs.empty() || toInt(delayMs, 0, 60000, o.faults.delayMs), delayMs},
+        {"--twice-ms", twiceMs.empty() || toInt(twiceMs, 0, 60000, o.faults.twiceMs), twiceMs},
+        {"--turnaround-ms", turnaround.empty() || toInt(turnaround, 0, 60000, o.line.turnaroundMs),
+         turnaround},
+        {"--jitter-ms", jitter.empty() || toInt(jitter, 0, 60000, o.line.jitterMs), jitter},
+        {"--pieces", pieces.empty() || parsePieces(pieces, o.line), pieces},
+        {"--script", !app.count("--script") || parseScript(script, o.script), script},
         {"--seed", seed.empty() || toInt(seed, 0, 2147483647, n), seed},
         {"--station", stations.empty() || parseStations(stations, o.stations), joined(stations)},
     };
@@ -195,23 +204,36 @@ bool parseSimOptions(int argc, char **argv, SimOptions &o, std::string &error)
         error = "--refuse: " + error;
         return false;
     }
+    o.line.pace = !noPace;
+    o.line.baud = o.baud;
+    o.line.bitsPerChar = bitsPerCharacter(o.parity, o.stopBits);
     const ModbusServer::FaultRates &f = o.faults;
-    const double faultSum = f.drop + f.badCrc + f.truncate + f.wrongStation + f.delay + f.exception;
+    const double faultSum = f.drop + f.badCrc + f.truncate + f.wrongStation + f.delay +
+                            f.exception + f.lose + f.twice + f.noise;
     if (faultSum > 1.0 + 1e-9) {
         error = "fault rates add up to more than 1";
         return false;
     }
 
     // Options that change nothing in this run.
-    if (o.device.empty())
-        for (const char *line : {"--baud", "--parity", "--stop"})
-            if (app.count(line))
-                o.notes.push_back(
-                    std::string(line) +
-                    " has no effect without --port (a pseudo-terminal has no line settings)");
-    if (app.count("--delay-ms") && f.delay <= 0)
-        o.notes.push_back("--delay-ms has no effect without --delay");
-    if (app.count("--seed") && faultSum <= 0)
-        o.notes.push_back("--seed has no effect without a fault rate");
+    typedef ModbusServer::Fault F;
+    const bool onPty = o.device.empty();
+    for (const char *line : {"--baud", "--parity", "--stop"})
+        if (onPty && noPace && app.count(line))
+            o.notes.push_back(std::string(line) +
+                              " has no effect on a pseudo-terminal with --no-pace (it has "
+                              "no line settings)");
+    if (onPty && !noPace && app.count("--parity"))
+        o.notes.push_back("--parity sets only the character time here: a pseudo-terminal "
+                          "carries no parity");
+    if (app.count("--delay-ms") && f.delay <= 0 && !scripted(o.script, F::FaultDelay))
+        o.notes.push_back("--delay-ms has no effect without --delay or late in --script");
+    if (app.count("--twice-ms") && f.twice <= 0 && !scripted(o.script, F::FaultTwice))
+        o.notes.push_back("--twice-ms has no effect without --twice or twice in --script");
+    const bool randomScript =
+        scripted(o.script, F::FaultTruncate) || scripted(o.script, F::FaultNoise);
+    if (app.count("--seed") && faultSum <= 0 && o.line.jitterMs <= 0 && !randomScript)
+        o.notes.push_back("--seed has no effect without a fault rate, --jitter-ms, or cut or "
+                          "noise in --script");
     return true;
 }

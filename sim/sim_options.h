@@ -13,8 +13,10 @@ struct SimOptions {
     int baud = 19200;
     char parity = 'E';  // 'N', 'E' or 'O'
     int stopBits = 1;
+    LineSettings line;  // timing: paced at baud, parity and stop unless --no-pace
     std::vector<int> stations{1};
     ModbusServer::FaultRates faults;
+    std::vector<ModbusServer::Fault> script;  // faults of the first requests, in order
     ModbusServer::Refusals refusals;
     std::string dataFile;  // preset values
     std::string logFile;   // request log
