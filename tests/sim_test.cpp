@@ -4,8 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <errno.h>
+#include <fcntl.h>
 #include <modbus/modbus.h>
+#include <poll.h>
+#include <sys/stat.h>
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -59,6 +63,26 @@ std::vector<int> ask(modbus_t *m, Ask what, int address, int count)
     std::vector<int> got;
     for (int i = 0; i < n; ++i)
         got.push_back(what == ReadCoils ? bits[i] : regs[i]);
+    return got;
+}
+
+typedef std::chrono::steady_clock Clock;
+
+double msSince(Clock::time_point start)
+{
+    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+}
+
+// What reaches `fd` until it stays quiet for `quietMs`: the size of each
+// read and when it returned, in ms after `since`.
+std::vector<std::pair<int, double>> arrivals(int fd, int quietMs, Clock::time_point since)
+{
+    std::vector<std::pair<int, double>> got;
+    pollfd p = {fd, POLLIN, 0};
+    uint8_t buf[512];
+    ssize_t n;
+    while (poll(&p, 1, quietMs) > 0 && (n = read(fd, buf, sizeof buf)) > 0)
+        got.push_back({int(n), msSince(since)});
     return got;
 }
 
@@ -118,8 +142,7 @@ TEST(SimTest, OptionFormsNotesAndErrorTexts)
         ASSERT_TRUE(sim.master()) << sim.output();
         EXPECT_EQ(std::vector<int>({-4}), ask(sim.master(), ReadRegisters, 0, 1));
         const std::string out = sim.output();
-        for (const char *part : {"note: --baud has no effect without --port",
-                                 "note: --parity has no effect without --port",
+        for (const char *part : {"note: --parity sets only the character time here",
                                  "function 0x03 address 0 count 1: exception 0x04"})
             EXPECT_NE(std::string::npos, out.find(part)) << part << "\n" << out;
     }
@@ -137,10 +160,125 @@ TEST(SimTest, OptionFormsNotesAndErrorTexts)
         {"--refuse D7990-D8010", "'D7990-D8010' runs past the end of area D (last element D7999)"},
         {"--data " + badData, badData + ":2: unknown area 'Q' in 'Q5'\n<2>"},
         {"--version", "rvsim (Quorvel RV) "},
+        {"--script ok,bogus", "bad value 'ok,bogus' for --script"},
+        {"--pieces 4", "bad value '4' for --pieces"},
+        {"--lose 0.5 --twice 0.3 --noise 0.3", "add up to more than 1"},
+        {"--link " + badData, badData + " exists and is not a symbolic link"},
     };
     for (const auto &c : cases) {
         const std::string out = runCommand(rvsim + c.first + " 2>&1; echo \"<$?>\"");
         EXPECT_NE(std::string::npos, out.find(c.second)) << c.first << ": " << out;
     }
     unlink(badData.c_str());
+}
+
+// Each scripted fault as a libmodbus master meets it: what the call returns,
+// the bytes that come after it, and whether the write was applied.
+TEST(SimTest, ScriptedFaultsAsTheMasterSeesThem)
+{
+    RunningSim sim("-v --twice-ms 40 --delay-ms 300 --script "
+                   "ok,lose,twice,drop,late,cut,crc,wrong-station,exception,noise");
+    ASSERT_TRUE(sim.master()) << sim.output();
+    modbus_t *m = sim.master();
+    modbus_set_response_timeout(m, 0, 150000);
+    // A broadcast takes no entry of the script.
+    modbus_set_slave(m, 0);
+    modbus_write_register(m, 9, 99);
+    modbus_set_slave(m, 1);
+    const struct {
+        const char *logged;
+        int error;     // errno of the call, 0 when it succeeded, -1 for any damage
+        size_t after;  // bytes arriving after the call returned
+    } cases[] = {
+        {"count 1: ok\n", 0, 0},
+        {"not applied [lose: request lost on the line, no reply]", ETIMEDOUT, 0},
+        {"ok [twice: reply sent again 40 ms later]", 0, 8},
+        {"ok [drop: no reply sent]", ETIMEDOUT, 0},
+        {"ok [late: reply delayed 300 ms]", ETIMEDOUT, 8},
+        {"ok [cut: reply cut to ", ETIMEDOUT, 0},
+        {"ok [crc: reply sent with a bad CRC]", EMBBADCRC, 0},
+        {"ok [wrong-station: reply sent from station 2]", EMBBADSLAVE, 0},
+        {"exception 0x04 (Slave device or server failure) [exception: request not applied]",
+         EMBXSFAIL, 0},
+        {"ok [noise: ", -1, 0},
+    };
+    for (int i = 0; i < 10; ++i) {
+        const auto &c = cases[i];
+        errno = 0;
+        const int error = modbus_write_register(m, 10 + i, 100 + i) == 1 ? 0 : errno;
+        const std::vector<std::pair<int, double>> extra =
+            arrivals(modbus_get_socket(m), 200, Clock::now());
+        size_t after = 0;
+        for (const auto &e : extra)
+            after += size_t(e.first);
+        if (c.error < 0) {
+            EXPECT_TRUE(error != 0 || after > 0) << c.logged;
+        } else {
+            EXPECT_EQ(c.error, error) << c.logged << ": " << modbus_strerror(error);
+            EXPECT_EQ(c.after, after) << c.logged;
+        }
+        EXPECT_EQ("", missing(sim.output(), {c.logged})) << sim.output();
+    }
+    // Past the script the rates (none) apply: every write but the lost one
+    // and the refused one was applied.
+    uint16_t regs[11] = {};
+    ASSERT_EQ(11, modbus_read_registers(m, 9, 11, regs)) << modbus_strerror(errno);
+    EXPECT_EQ(std::vector<uint16_t>({99, 100, 0, 102, 103, 104, 105, 106, 107, 0, 109}),
+              std::vector<uint16_t>(regs, regs + 11));
+}
+
+// The line's timing: a paced reply takes at least its wire time, and pieces
+// come as pieces with their pauses. Lower bounds only.
+TEST(SimTest, PacingAndPieces)
+{
+    {
+        RunningSim sim("--baud 9600");  // 8E1: 11 bits a character
+        ASSERT_TRUE(sim.master()) << sim.output();
+        uint16_t regs[64];
+        const Clock::time_point start = Clock::now();
+        ASSERT_EQ(64, modbus_read_registers(sim.master(), 0, 64, regs));
+        // 8 request bytes and 133 reply bytes: 141 x 11 / 9600 s.
+        EXPECT_GE(msSince(start), 161.5);
+    }
+    RunningSim sim("--pieces 4,60");
+    ASSERT_TRUE(sim.master()) << sim.output();
+    const int fd = modbus_get_socket(sim.master());
+    const uint8_t readTwo[] = {0x01, 0x03, 0x00, 0x00, 0x00, 0x02, 0xC4, 0x0B};
+    const Clock::time_point sent = Clock::now();
+    ASSERT_EQ(8, write(fd, readTwo, sizeof readTwo));
+    const std::vector<std::pair<int, double>> got = arrivals(fd, 500, sent);
+    ASSERT_EQ(3u, got.size());
+    EXPECT_EQ(std::vector<int>({4, 4, 1}),
+              std::vector<int>({got[0].first, got[1].first, got[2].first}));
+    EXPECT_GE(got[1].second, 60.0);
+    EXPECT_GE(got[2].second, 120.0);
+}
+
+// --link: a path a running rvsim serves is refused, one a dead rvsim left is
+// taken over, and SIGTERM ends the run at once, the link and lock removed.
+TEST(SimTest, LinkOwnershipAndStop)
+{
+    const std::string line = "/tmp/rvsim-test-line-" + std::to_string(getpid());
+    Sim first("--link " + line);
+    ASSERT_FALSE(first.path().empty()) << first.output();
+    const std::string refused =
+        runCommand("'" RVSIM_PATH "' --link " + line + " 2>&1; echo \"<$?>\"");
+    EXPECT_EQ("", missing(refused, {" is in use by a running rvsim (pid ", ")\n<2>"})) << refused;
+    first.stop();
+
+    // What an rvsim killed outright leaves: the link and an unlocked lock file.
+    const std::string stale = line + "-stale";
+    ASSERT_EQ(0, symlink("/dev/pts/rvsim-gone", stale.c_str()));
+    close(open((stale + ".lock").c_str(), O_CREAT | O_WRONLY, 0644));
+    Sim second("--link " + stale);
+    ASSERT_FALSE(second.path().empty()) << second.output();
+    char target[128] = {};
+    EXPECT_LT(0, readlink(stale.c_str(), target, sizeof target - 1));
+    EXPECT_EQ(second.path(), target);
+    const Clock::time_point start = Clock::now();
+    EXPECT_EQ(0, second.stop());
+    EXPECT_LT(msSince(start), 2000.0);
+    struct stat st;
+    for (const std::string &gone : {line, line + ".lock", stale, stale + ".lock"})
+        EXPECT_NE(0, lstat(gone.c_str(), &st)) << gone;
 }
