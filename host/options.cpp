@@ -15,6 +15,19 @@ bool toInt(const std::string &text, int low, int high, int &out)
     return ok && out >= low && out <= high;
 }
 
+bool parseParities(const std::string &text, std::vector<char> &out)
+{
+    out.clear();
+    const QStringList items = QString::fromStdString(text).split(',');
+    for (int i = 0; i < items.size(); ++i) {
+        const char p = parityByName(items.at(i).trimmed());
+        if (!p)
+            return false;
+        out.push_back(p);
+    }
+    return true;
+}
+
 // A port given without --port: a path or a terminal's name.
 bool looksLikePort(const QString &arg)
 {
@@ -91,6 +104,20 @@ const char *usageText()
            "                        its station answers (the default)\n"
            "      --no-requeue      leave a write dropped by a give-up dropped\n"
            "\n"
+           "Commissioning scan (--scan): which stations answer, at which settings:\n"
+           "      --scan            ask every station at every baud rate and parity for one\n"
+           "                        register (D0); list what answered and how to poll it\n"
+           "      --scan-bauds=LIST  default 9600,19200,38400,57600,115200\n"
+           "      --scan-parities=LIST  default even,none,odd (1 stop bit with a parity, 2\n"
+           "                        without)\n"
+           "      --scan-stop=N     stop bits for every parity\n"
+           "      --scan-stations=LIST  default 1-247; ranges and lists: 1-10,17\n"
+           "      --scan-all        go on after a setting that answered (by default the scan\n"
+           "                        finishes that setting's stations and stops)\n"
+           "                        The timeout fits each baud rate unless --timeout-ms says.\n"
+           "                        Progress goes to standard error when it is a terminal;\n"
+           "                        Ctrl-C stops and lists what was found.\n"
+           "\n"
            "How long:\n"
            "  -1, --once            one full scan, then exit\n"
            "      --scans=N         N scans, then exit (each one shown)\n"
@@ -111,7 +138,8 @@ const char *usageText()
            "Values never read, or whose last read failed, show as -- (? for bits).\n"
            "Option values follow an equals sign or a blank (--baud=9600, --baud 9600).\n"
            "\n"
-           "Exit status: 0 ok; 1 the controller never answered, a requested value was never\n"
+           "Exit status: 0 ok (with --scan: a station answered); 1 nothing answered,\n"
+           "the controller never answered, a requested value was never\n"
            "read, a write did not land, the link was lost for good, or --once/--scans ended\n"
            "on a failed scan; 2 bad command line, port or driver.\n";
 }
@@ -133,6 +161,13 @@ bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
     app.add_flag("--rs485", opts.link.rs485);
     app.add_flag("--multi-station", opts.multiStation);
     app.add_flag("--remote-link", opts.remoteLink);
+    app.add_flag("--scan", opts.scan);
+    app.add_flag("--scan-all", opts.scanSettings.all);
+    std::string scanBauds, scanParities, scanStop, scanStations;
+    app.add_option("--scan-bauds", scanBauds);
+    app.add_option("--scan-parities", scanParities);
+    app.add_option("--scan-stop", scanStop);
+    app.add_option("--scan-stations", scanStations);
     app.add_flag("--writes-from-stdin", opts.writesFromStdin);
     bool requeue = false;
     app.add_flag("--requeue", requeue);
@@ -196,6 +231,16 @@ bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
         {"--retries", retries, retries.empty() || toInt(retries, 0, 100, opts.retries)},
         {"--block", block, block.empty() || toInt(block, 1, 125, opts.blockUnits)},
         {"--link-no", linkNo, linkNo.empty() || toInt(linkNo, 0, 255, opts.linkNo)},
+        {"--scan-bauds", scanBauds,
+         scanBauds.empty() || parseNumberList(QString::fromStdString(scanBauds), 50, 4000000,
+                                              opts.scanSettings.bauds)},
+        {"--scan-parities", scanParities,
+         scanParities.empty() || parseParities(scanParities, opts.scanSettings.parities)},
+        {"--scan-stop", scanStop,
+         scanStop.empty() || toInt(scanStop, 1, 2, opts.scanSettings.stopBits)},
+        {"--scan-stations", scanStations,
+         parseNumberList(QString::fromStdString(scanStations.empty() ? "1-247" : scanStations), 0,
+                         247, opts.scanSettings.stations)},
         {"--interval-ms", interval,
          interval.empty() || toInt(interval, 0, 3600000, opts.intervalMs)},
         {"--scans", scans,
@@ -273,7 +318,13 @@ bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
             return false;
         opts.writes.append(w);
     }
-    if (opts.vars.isEmpty()) {
+    if (!timeout.empty())
+        opts.scanSettings.timeoutMs = opts.link.timeoutMs;
+    if (opts.scan && !opts.vars.isEmpty()) {
+        error = "--scan takes no variables";
+        return false;
+    }
+    if (opts.vars.isEmpty() && !opts.scan) {
         error = "nothing to poll: give variables such as D0-D9 M0-M15";
         return false;
     }

@@ -6,6 +6,7 @@
 #include <QString>
 #include <string>
 
+#include "line_scan.h"
 #include "serial_link.h"
 #include "varspec.h"
 
@@ -33,6 +34,8 @@ struct PollOptions {
     bool writesFromStdin = false;  // also when standard input is no terminal
     bool requeue = true;           // queue writes a give-up dropped again
     std::string lib;               // empty: the soname through the RUNPATH
+    bool scan = false;             // find the stations and settings of a line
+    ScanSettings scanSettings;
 };
 
 // Parses argv; false with a one-line reason for anything it cannot use.

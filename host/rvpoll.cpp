@@ -4,6 +4,7 @@
 #include <stdio.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <mutex>
 #include <thread>
@@ -155,6 +156,31 @@ void onScan(View &v, long long scanLimit, const PollStats &s)
         show(v, s);
 }
 
+std::atomic<bool> g_stopScan{false};
+
+void onScanSignal(int)
+{
+    g_stopScan = true;
+}
+
+// rvpoll --scan: exit 0 when a station answered, 1 when none did.
+int scan(const PollOptions &o, const DriverApi &api)
+{
+    struct sigaction sa = {};
+    sa.sa_handler = onScanSignal;
+    sigaction(SIGINT, &sa, nullptr);
+    sigaction(SIGTERM, &sa, nullptr);
+    std::string error;
+    const ScanResult r =
+        scanLine(api, o.link, o.scanSettings, isatty(2) ? stderr : nullptr, g_stopScan, error);
+    if (r.combinations.isEmpty() && !error.empty())
+        return fail(QString::fromStdString(error));
+    printf("%s", renderScan(r, o.link.port, o.json).toLocal8Bit().constData());
+    if (!error.empty())
+        fprintf(stderr, "rvpoll: %s\n", error.c_str());
+    return r.finds.isEmpty() ? 1 : 0;
+}
+
 }  // namespace
 
 int main(int argc, char **argv)
@@ -174,6 +200,9 @@ int main(int argc, char **argv)
     std::string loadError;
     if (!loadDriver(o.lib.empty() ? kDriverSoname : o.lib, api, loadError))
         return fail(QString::fromStdString(loadError));
+
+    if (o.scan)
+        return scan(o, api);
 
     // Set-up in the runtime's order: record, call-back, local memories,
     // then the polled variables.

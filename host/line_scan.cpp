@@ -1,0 +1,230 @@
+#include "line_scan.h"
+
+#include <QStringList>
+#include <chrono>
+
+#include "line_stats.h"
+#include "poll_stats.h"
+
+namespace {
+
+// Turnaround a station is given before its reply must start: controllers
+// answer a small read within a few ms, some take tens.
+const int kTurnaroundMs = 50;
+
+const char *parityName(char p)
+{
+    return p == 'N' ? "none" : p == 'O' ? "odd" : "even";
+}
+
+// One register from D0 of `station`, which every controller has.
+QByteArray probeFrame(const DriverApi &api, int station)
+{
+    QByteArray f;
+    f.append(char(station)).append('\x03').append('\0').append('\0').append('\0').append('\x01');
+    const int crc = api.CalCRC(reinterpret_cast<unsigned char *>(f.data()), 6);
+    f.append(char(crc & 0xFF)).append(char((crc >> 8) & 0xFF));
+    return f;
+}
+
+bool crcGood(const DriverApi &api, QByteArray reply)
+{
+    const int n = reply.size();
+    if (n < 4)
+        return false;
+    const int crc = api.CalCRC(reinterpret_cast<unsigned char *>(reply.data()),
+                               static_cast<unsigned short>(n - 2));
+    return crc == (uchar(reply.at(n - 2)) | uchar(reply.at(n - 1)) << 8);
+}
+
+}  // namespace
+
+bool parseNumberList(const QString &text, int low, int high, std::vector<int> &out)
+{
+    out.clear();
+    const QStringList items = text.split(',');
+    for (int i = 0; i < items.size(); ++i) {
+        const QStringList ends = items.at(i).trimmed().split('-');
+        bool ok1 = false, ok2 = true;
+        const int first = ends.at(0).toInt(&ok1);
+        const int last = ends.size() == 2 ? ends.at(1).toInt(&ok2) : first;
+        if (ends.size() > 2 || !ok1 || !ok2 || first < low || last > high || first > last)
+            return false;
+        for (int v = first; v <= last; ++v)
+            out.push_back(v);
+    }
+    return !out.empty();
+}
+
+int scanTimeoutMs(const LinkSettings &line)
+{
+    const int bytes = 8 + 7;  // the request and a one-register reply
+    return (bytes * bitsPerCharacter(line) * 1000 + line.baud - 1) / line.baud + kTurnaroundMs;
+}
+
+ScanResult scanLine(const DriverApi &api, const LinkSettings &line, const ScanSettings &scan,
+                    FILE *progress, const std::atomic<bool> &stop, std::string &error)
+{
+    typedef std::chrono::steady_clock Clock;
+    const Clock::time_point started = Clock::now();
+    ScanResult r;
+    r.total = int(scan.bauds.size() * scan.parities.size());
+    SerialLink link;
+    for (size_t b = 0; b < scan.bauds.size() && !stop; ++b) {
+        for (size_t p = 0; p < scan.parities.size() && !stop; ++p) {
+            LinkSettings settings = line;
+            settings.baud = scan.bauds[b];
+            settings.parity = scan.parities[p];
+            settings.stopBits = scan.stopBits ? scan.stopBits : (settings.parity == 'N' ? 2 : 1);
+            settings.timeoutMs = scan.timeoutMs > 0 ? scan.timeoutMs : scanTimeoutMs(settings);
+            settings.byteTimeoutMs = settings.timeoutMs;
+            if (!link.open(settings, error))
+                return r;
+            ScanCombination c;
+            c.baud = settings.baud;
+            c.parity = settings.parity;
+            c.stopBits = settings.stopBits;
+            for (size_t s = 0; s < scan.stations.size() && !stop; ++s) {
+                if (progress) {
+                    const double elapsed =
+                        std::chrono::duration<double>(Clock::now() - started).count();
+                    const double done =
+                        double(r.combinations.size()) + double(s) / double(scan.stations.size());
+                    fprintf(progress,
+                            "\rcombination %d of %d (%d %s %d), station %d: %.0f s, about %.0f s "
+                            "left, %d found\033[K",
+                            r.combinations.size() + 1, r.total, c.baud, parityName(c.parity),
+                            c.stopBits, scan.stations[s], elapsed,
+                            done > 0 ? elapsed / done * (r.total - done) : 0.0,
+                            r.finds.size() + c.finds);
+                    fflush(progress);
+                }
+                const Exchange x = link.exchange(probeFrame(api, scan.stations[s]), 7);
+                ++c.asked;
+                if (x.outcome == Exchange::Lost) {
+                    r.linkLost = true;
+                    error = "link to " + line.port + " lost during the scan";
+                    r.combinations.append(c);
+                    return r;
+                }
+                c.noise += x.skipped + x.strayBefore + x.strayAfter + x.late;
+                c.otherStation += x.otherStation;
+                if (x.outcome == Exchange::Cut) {
+                    ++c.cut;
+                } else if (x.outcome == Exchange::Answered && !crcGood(api, x.reply)) {
+                    c.noise += x.reply.size();
+                } else if (x.outcome == Exchange::Answered) {
+                    ScanFind f;
+                    f.baud = c.baud;
+                    f.parity = c.parity;
+                    f.stopBits = c.stopBits;
+                    f.station = scan.stations[s];
+                    f.rttMs = x.rttMs;
+                    f.exception = exceptionOf(x);
+                    r.finds.append(f);
+                    ++c.finds;
+                }
+            }
+            r.combinations.append(c);
+            link.close();
+            if (c.finds > 0 && !scan.all) {
+                r.seconds = std::chrono::duration<double>(Clock::now() - started).count();
+                r.interrupted = stop;
+                if (progress)
+                    fprintf(progress, "\r\033[K");
+                return r;
+            }
+        }
+    }
+    if (progress)
+        fprintf(progress, "\r\033[K");
+    r.seconds = std::chrono::duration<double>(Clock::now() - started).count();
+    r.interrupted = stop;
+    return r;
+}
+
+QString renderScan(const ScanResult &r, const std::string &port, bool json)
+{
+    QString out;
+    long long noise = 0, cut = 0, other = 0, asked = 0;
+    for (int i = 0; i < r.combinations.size(); ++i) {
+        noise += r.combinations.at(i).noise;
+        cut += r.combinations.at(i).cut;
+        other += r.combinations.at(i).otherStation;
+        asked += r.combinations.at(i).asked;
+    }
+    if (json) {
+        for (int i = 0; i < r.finds.size(); ++i) {
+            const ScanFind &f = r.finds.at(i);
+            out +=
+                QString("{\"baud\": %1, \"parity\": \"%2\", \"stop\": %3, \"station\": %4, "
+                        "\"rtt_ms\": %5%6}\n")
+                    .arg(f.baud)
+                    .arg(parityName(f.parity))
+                    .arg(f.stopBits)
+                    .arg(f.station)
+                    .arg(f.rttMs, 0, 'f', 1)
+                    .arg(f.exception >= 0
+                             ? QString(", \"exception\": \"%1\"").arg(exceptionMeaning(f.exception))
+                             : QString());
+        }
+        return out + QString("{\"summary\": {\"finds\": %1, \"combinations\": %2, "
+                             "\"combinations_planned\": %3, \"requests\": %4, \"seconds\": %5, "
+                             "\"noise_bytes\": %6, \"cut\": %7, \"other_station\": %8, "
+                             "\"interrupted\": %9}}\n")
+                         .arg(r.finds.size())
+                         .arg(r.combinations.size())
+                         .arg(r.total)
+                         .arg(asked)
+                         .arg(r.seconds, 0, 'f', 1)
+                         .arg(noise)
+                         .arg(cut)
+                         .arg(other)
+                         .arg(r.interrupted ? "true" : "false");
+    }
+    if (r.finds.isEmpty()) {
+        out += "no station answered\n";
+    } else {
+        out += "baud     parity  stop  station  round trip\n";
+        for (int i = 0; i < r.finds.size(); ++i) {
+            const ScanFind &f = r.finds.at(i);
+            out += QString("%1 %2 %3 %4 %5 ms%6\n")
+                       .arg(f.baud, -8)
+                       .arg(parityName(f.parity), -7)
+                       .arg(f.stopBits, -5)
+                       .arg(f.station, -8)
+                       .arg(f.rttMs, 6, 'f', 1)
+                       .arg(f.exception >= 0
+                                ? ", refused a read of D0 with " + exceptionMeaning(f.exception)
+                                : QString());
+        }
+        out += "\nto poll them:\n";
+        for (int i = 0; i < r.finds.size(); ++i) {
+            const ScanFind &f = r.finds.at(i);
+            out += QString("  rvpoll %1 -b %2 -P %3 -s %4 -a %5 D0-D9\n")
+                       .arg(QString::fromStdString(port))
+                       .arg(f.baud)
+                       .arg(parityName(f.parity))
+                       .arg(f.stopBits)
+                       .arg(f.station);
+        }
+    }
+    for (int i = 0; i < r.combinations.size(); ++i) {
+        const ScanCombination &c = r.combinations.at(i);
+        if (c.noise + c.cut + c.otherStation > 0)
+            out += QString("%1 %2 %3: %4 bytes of noise, %5 replies cut short, %6 of another "
+                           "station: the marks of a wrong baud rate or parity\n")
+                       .arg(c.baud)
+                       .arg(parityName(c.parity))
+                       .arg(c.stopBits)
+                       .arg(c.noise)
+                       .arg(c.cut)
+                       .arg(c.otherStation);
+    }
+    return out + QString("%1 of %2 combinations tried, %3 requests, %4 s%5\n")
+                     .arg(r.combinations.size())
+                     .arg(r.total)
+                     .arg(asked)
+                     .arg(r.seconds, 0, 'f', 1)
+                     .arg(r.interrupted ? ", stopped by the operator" : "");
+}
