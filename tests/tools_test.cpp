@@ -255,46 +255,6 @@ TEST(ToolsTest, FormatsRoundTripAndCsvRows)
     unlink(json.c_str());
 }
 
-TEST(ToolsTest, DroppedRepliesAreRetriedAndPollingRecovers)
-{
-    Sim sim("--drop 0.3 --seed 11");
-    ASSERT_FALSE(sim.path().empty()) << sim.output();
-    Result r = run(poll(sim.path(), "--scans 20 --interval-ms 0 --timeout-ms 150 --retries 60 "
-                                    "--json D0-D3 M0-M7"));
-    ASSERT_EQ(0, r.status) << r.err;
-    EXPECT_GT(jsonValue(r.out, "retries"), 0) << r.out;
-    EXPECT_EQ(0, jsonValue(r.out, "given_up"));  // every drop recovered by a resend
-    EXPECT_EQ(20, jsonValue(r.out, "scan"));
-    EXPECT_GT(jsonValue(r.out, "D0"), 0);
-    EXPECT_EQ("", missing(r.err, {"frames transmitted"})) << r.err;
-    EXPECT_EQ(std::string::npos, r.err.find(" 0 errors")) << r.err;
-
-    // -v traces both directions; a station that never answers gives up
-    // with the no-reply band and exit status 1.
-    r = run(poll(sim.path(), "--station 9 --once --retries 0 --timeout-ms 30 -v D0"));
-    EXPECT_EQ(1, r.status);
-    EXPECT_EQ("", missing(r.err, {"[09][03][00][00][00][01]", "no answer", "never answered"}))
-        << r.err;
-    EXPECT_EQ("", missing(r.out, {"41 no reply"})) << r.out;
-}
-
-TEST(ToolsTest, FaultyRepliesGiveUpWithTheirBandMeaning)
-{
-    for (const auto &c : {std::make_pair("--corrupt 1", "11 check failed"),
-                          std::make_pair("--truncate 1", "71 wrong length")}) {
-        Sim sim(c.first);
-        ASSERT_FALSE(sim.path().empty()) << sim.output();
-        const Result r = run(poll(sim.path(), "--once --retries 1 --timeout-ms 100 D0-D3"));
-        EXPECT_EQ(1, r.status) << c.first;
-        EXPECT_EQ("", missing(r.out, {c.second})) << c.first << ": " << r.out;
-        // Every block was resent once before it was given up.
-        const std::vector<long> retries = numbersAfter(r.out, "retries ");
-        ASSERT_EQ(1u, retries.size()) << r.out;
-        EXPECT_GT(retries[0], 0);
-        EXPECT_EQ(retries, numbersAfter(r.out, "given up "));
-    }
-}
-
 // Scripted faults, each on the first requests of a run: whatever the line
 // does, no value is shown that the controller did not hold, every JSON line
 // parses, and a write reported written is in the controller.
@@ -321,6 +281,22 @@ TEST(ToolsTest, FaultsNeverShowOrReportWhatTheControllerDoesNotHold)
          "--baud 9600",
          0,
          {" 0 no answer, 0 cut short"},
+         {}},
+        // Faults that persist give up with what the line did and the code.
+        {"--corrupt 1",
+         "--timeout-ms 100 --retries 1",
+         1,
+         {"D10-D17 on station 1: bad CRC (code 11 check failed)"},
+         {}},
+        {"--truncate 1",
+         "--timeout-ms 100 --retries 1",
+         1,
+         {"D10-D17 on station 1: cut short (", "(code 71 wrong length)"},
+         {}},
+        {"--station 9",
+         "--timeout-ms 100 --retries 1 -v",
+         1,
+         {"[01][03][00][0A][00][08]", "no answer (code 41 no reply)", "never answered"},
          {}},
         {"--exception-rate 1",
          "--timeout-ms 100 --retries 0",
