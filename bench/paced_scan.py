@@ -89,6 +89,30 @@ def measure(build, baud, scans, turnaround, pieces):
             "pause_per_frame_ms": (measured - floor) / per_scan, "pieces": pieces or ""}
 
 
+def scan_cost(build, baud, stations):
+    """One setting of a commissioning scan on a line where nobody answers:
+    its time against what the line must take (each request's wire time, the
+    timeout fitted to the baud rate, the gap)."""
+    master, slave = os.openpty()
+    start = time.monotonic()
+    run = subprocess.run(
+        [os.path.join(build, "host/rvpoll"), "--lib",
+         os.path.join(build, "libQuorvel_RV_Series.so.1"), os.ttyname(slave), "--scan",
+         "--scan-bauds", str(baud), "--scan-parities", "even", "--scan-stations",
+         "1-%d" % stations, "--json"], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+        text=True, timeout=600)
+    seconds = time.monotonic() - start
+    os.close(master)
+    os.close(slave)
+    if run.returncode != 1:
+        sys.exit("paced_scan: the scan of an empty line did not end in 1:\n" + run.stderr)
+    request_ms = 8 * BITS * 1000.0 / baud
+    timeout_ms = -(-(15 * BITS * 1000) // baud) + 50  # rvpoll's fitted timeout
+    floor = stations * (request_ms + timeout_ms + gap_ms(baud)) / 1000.0
+    return {"baud": baud, "stations": stations, "seconds": seconds, "floor_s": floor,
+            "default_scan_s": 3 * seconds}
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--build", required=True)
@@ -97,7 +121,19 @@ def main():
     parser.add_argument("--turnaround-ms", type=int, default=5)
     parser.add_argument("--pieces", default="")
     parser.add_argument("--json")
+    parser.add_argument("--scan-stations", type=int, default=0,
+                        help="instead: time one setting of a scan of this many stations")
     args = parser.parse_args()
+    if args.scan_stations:
+        results = [scan_cost(args.build, int(b), args.scan_stations) for b in args.bauds.split(",")]
+        print("baud    stations  one setting s  its floor s  default scan (3 parities) s")
+        for r in results:
+            print("%-7d %8d %14.1f %12.1f %14.0f" % (r["baud"], r["stations"], r["seconds"],
+                                                  r["floor_s"], r["default_scan_s"]))
+        if args.json:
+            with open(args.json, "w") as f:
+                json.dump(results, f, indent=1)
+        return
     results = []
     print("baud    frames  bytes   floor ms  scan ms  ratio  above floor per frame ms%s" %
           ("  (pieces %s)" % args.pieces if args.pieces else ""))

@@ -565,6 +565,27 @@ def main():
         add("Not measured in this run.")
         add("")
 
+    scan_path = os.path.join(args.results, "line_scan.json")
+    if os.path.exists(scan_path):
+        with open(scan_path) as f:
+            scans = json.load(f)
+        add("## A commissioning scan")
+        add("")
+        add("`rvpoll --scan` asks all 247 stations for one register at each setting; on a line "
+            "where nobody answers every request waits out its timeout, fitted to the baud rate "
+            "(the request's and a one-register reply's wire time and a 50 ms turnaround). Its "
+            "floor is, per station, the request's wire time, that timeout and the gap. A "
+            "default scan tries three parities per baud rate (`bench/paced_scan.py "
+            "--scan-stations 247`).")
+        add("")
+        add("| Baud | One setting, 247 stations | Its floor | Default scan at this baud (3 "
+            "parities) |")
+        add("|---|---|---|---|")
+        for r in scans:
+            add("| %d | %.1f s | %.1f s | %.0f s |" % (r["baud"], r["seconds"], r["floor_s"],
+                                                       r["default_scan_s"]))
+        add("")
+
     # Plots.
     images = []
     if args.plots:

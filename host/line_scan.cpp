@@ -78,6 +78,9 @@ ScanResult scanLine(const DriverApi &api, const LinkSettings &line, const ScanSe
             settings.stopBits = scan.stopBits ? scan.stopBits : (settings.parity == 'N' ? 2 : 1);
             settings.timeoutMs = scan.timeoutMs > 0 ? scan.timeoutMs : scanTimeoutMs(settings);
             settings.byteTimeoutMs = settings.timeoutMs;
+            // Another station's late reply is skipped by its station byte, so
+            // the scan need not wait for the line to settle after silence.
+            settings.settleMs = 0;
             if (!link.open(settings, error))
                 return r;
             ScanCombination c;

@@ -199,8 +199,9 @@ int SerialLink::settle()
     char junk[256];
     if (!isOpen())
         return 0;
+    const int quietMs = settings_.settleMs < 0 ? settings_.timeoutMs : settings_.settleMs;
     for (;;) {
-        const int n = readSome(junk, sizeof junk, settings_.timeoutMs);
+        const int n = readSome(junk, sizeof junk, quietMs);
         if (n <= 0)
             break;
         discarded += n;

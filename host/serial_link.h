@@ -27,6 +27,7 @@ struct LinkSettings {
     int timeoutMs = 500;        // wait for the first reply byte
     int byteTimeoutMs = 500;    // wait between pieces of one reply
     int gapUs = -1;             // silence kept between frames; -1 = 3.5 characters
+    int settleMs = -1;          // quiet wanted after a failed exchange; -1 = timeoutMs
     bool discardEcho = false;   // 2-wire adapters that hear their own frame
     bool rs485 = false;         // the kernel's RS-485 mode (TIOCSRS485)
     bool remoteFrames = false;  // requests are a remote link's descriptions
