@@ -175,7 +175,8 @@ QStringList LineStats::hints() const
         answered += s.answered + s.exceptions;
         cut += s.cut;
         late += s.late;
-        noise += s.badCrc + s.otherFunction + (s.skipped - s.otherStation * 5 > 0 ? 1 : 0);
+        // Skipped bytes with no other station's reply among them are noise.
+        noise += s.badCrc + s.otherFunction + (s.skipped > 0 && s.otherStation == 0 ? 1 : 0);
         repeats += s.askedAgain + (s.strayBefore > 0 ? 1 : 0);
     }
     QStringList hints;
