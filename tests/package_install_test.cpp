@@ -102,8 +102,8 @@ TEST(PackageInstall, PackagesHoldTheirFilesLoadAndBuildRuntimes)
                   std::string::npos)
             << p.name << ": " << depends;
         // What a runtime's developer has: this very package, installed.
-        EXPECT_EQ(run("dpkg-query -W -f '${Version} ${db:Status-Abbrev}' " + p.name),
-                  version + " ii")
+        EXPECT_EQ(run("dpkg-query -W -f '${Version} ${db:Status-Status}' " + p.name),
+                  version + " installed")
             << p.name;
         ASSERT_EQ(run("dpkg -x '" + deb + "' '" + root + "'; echo $?"), "0");
     }
