@@ -282,6 +282,11 @@ TEST(ToolsTest, FaultsNeverShowOrReportWhatTheControllerDoesNotHold)
          0,
          {" 0 no answer, 0 cut short"},
          {}},
+        {"--baud 115200 --pieces 16,255 --turnaround-ms 20",
+         "--baud 115200",
+         0,
+         {" 0 no answer, 0 cut short"},
+         {}},
         // Faults that persist give up with what the line did and the code.
         {"--corrupt 1",
          "--timeout-ms 100 --retries 1",
