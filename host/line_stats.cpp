@@ -88,41 +88,69 @@ void LineStats::noteLate(int station, int bytes)
     stations_[station].late += bytes;
 }
 
+namespace {
+
+// Each count of a station, as the summary words it and as its JSON key.
+const struct {
+    const char *words, *key;
+    long long StationLine::*count;
+} kCounts[] = {
+    {"exchanges", "exchanges", &StationLine::exchanges},
+    {"answered", "answered", &StationLine::answered},
+    {"no answer", "no_answer", &StationLine::noAnswer},
+    {"cut short", "cut", &StationLine::cut},
+    {"bad CRC", "bad_crc", &StationLine::badCrc},
+    {"exceptions", "exceptions", &StationLine::exceptions},
+    {"of another station", "other_station", &StationLine::otherStation},
+    {"to another frame", "other_frame", &StationLine::otherFunction},
+    {"asked again", "asked_again", &StationLine::askedAgain},
+};
+// Stray bytes, worded only where there are any.
+const struct {
+    const char *words, *key;
+    long long StationLine::*count;
+} kBytes[] = {
+    {"before requests", "stray_before", &StationLine::strayBefore},
+    {"after replies", "stray_after", &StationLine::strayAfter},
+    {"skipped", "skipped", &StationLine::skipped},
+    {"late", "late", &StationLine::late},
+};
+
+// Min, median, 95th percentile and max of a station's round trips.
+std::vector<float> rttFigures(const StationLine &s)
+{
+    std::vector<float> sorted = s.rttMs;
+    std::sort(sorted.begin(), sorted.end());
+    return {sorted.front(), quantile(sorted, 0.5), quantile(sorted, 0.95), sorted.back()};
+}
+
+}  // namespace
+
 QString LineStats::summary() const
 {
     QString out;
     for (auto it = stations_.constBegin(); it != stations_.constEnd(); ++it) {
         const StationLine &s = it.value();
-        QString line = QString("station %1: %2 exchanges, %3 answered, %4 no answer, %5 cut short, "
-                               "%6 bad CRC, %7 exceptions, %8 of another station, %9 to another "
-                               "frame, %10 asked again")
-                           .arg(it.key())
-                           .arg(s.exchanges)
-                           .arg(s.answered)
-                           .arg(s.noAnswer)
-                           .arg(s.cut)
-                           .arg(s.badCrc)
-                           .arg(s.exceptions)
-                           .arg(s.otherStation)
-                           .arg(s.otherFunction)
-                           .arg(s.askedAgain);
+        QStringList counts, bytes;
+        for (const auto &c : kCounts)
+            counts << QString("%1 %2").arg(s.*c.count).arg(c.words);
+        QString line = QString("station %1: ").arg(it.key()) + counts.join(", ");
         for (auto e = s.exceptionCodes.constBegin(); e != s.exceptionCodes.constEnd(); ++e)
             line += QString("; %1 x %2").arg(e.value()).arg(exceptionMeaning(e.key()));
-        if (s.strayBefore + s.strayAfter + s.skipped + s.late > 0)
-            line += QString("; stray bytes: %1 before requests, %2 after replies, %3 skipped, "
-                            "%4 late")
-                        .arg(s.strayBefore)
-                        .arg(s.strayAfter)
-                        .arg(s.skipped)
-                        .arg(s.late);
+        long long stray = 0;
+        for (const auto &b : kBytes) {
+            bytes << QString("%1 %2").arg(s.*b.count).arg(b.words);
+            stray += s.*b.count;
+        }
+        if (stray > 0)
+            line += "; stray bytes: " + bytes.join(", ");
         if (!s.rttMs.empty()) {
-            std::vector<float> sorted = s.rttMs;
-            std::sort(sorted.begin(), sorted.end());
+            const std::vector<float> r = rttFigures(s);
             line += QString("; round trip ms min %1, median %2, p95 %3, max %4")
-                        .arg(sorted.front(), 0, 'f', 1)
-                        .arg(quantile(sorted, 0.5), 0, 'f', 1)
-                        .arg(quantile(sorted, 0.95), 0, 'f', 1)
-                        .arg(sorted.back(), 0, 'f', 1);
+                        .arg(r[0], 0, 'f', 1)
+                        .arg(r[1], 0, 'f', 1)
+                        .arg(r[2], 0, 'f', 1)
+                        .arg(r[3], 0, 'f', 1);
         }
         out += line + '\n';
     }
@@ -134,35 +162,20 @@ QString LineStats::json() const
     QStringList items;
     for (auto it = stations_.constBegin(); it != stations_.constEnd(); ++it) {
         const StationLine &s = it.value();
-        QString item =
-            QString("\"%1\":{\"exchanges\":%2,\"answered\":%3,\"no_answer\":%4,\"cut\":%5,"
-                    "\"bad_crc\":%6,\"exceptions\":%7,\"other_station\":%8,\"other_frame\":%9,"
-                    "\"asked_again\":%10,\"stray_before\":%11,\"stray_after\":%12,"
-                    "\"skipped\":%13,\"late\":%14")
-                .arg(it.key())
-                .arg(s.exchanges)
-                .arg(s.answered)
-                .arg(s.noAnswer)
-                .arg(s.cut)
-                .arg(s.badCrc)
-                .arg(s.exceptions)
-                .arg(s.otherStation)
-                .arg(s.otherFunction)
-                .arg(s.askedAgain)
-                .arg(s.strayBefore)
-                .arg(s.strayAfter)
-                .arg(s.skipped)
-                .arg(s.late);
+        QStringList fields;
+        for (const auto &c : kCounts)
+            fields << QString("\"%1\":%2").arg(c.key).arg(s.*c.count);
+        for (const auto &b : kBytes)
+            fields << QString("\"%1\":%2").arg(b.key).arg(s.*b.count);
         if (!s.rttMs.empty()) {
-            std::vector<float> sorted = s.rttMs;
-            std::sort(sorted.begin(), sorted.end());
-            item += QString(",\"rtt_ms\":{\"min\":%1,\"median\":%2,\"p95\":%3,\"max\":%4}")
-                        .arg(sorted.front(), 0, 'f', 2)
-                        .arg(quantile(sorted, 0.5), 0, 'f', 2)
-                        .arg(quantile(sorted, 0.95), 0, 'f', 2)
-                        .arg(sorted.back(), 0, 'f', 2);
+            const std::vector<float> r = rttFigures(s);
+            fields << QString("\"rtt_ms\":{\"min\":%1,\"median\":%2,\"p95\":%3,\"max\":%4}")
+                          .arg(r[0], 0, 'f', 2)
+                          .arg(r[1], 0, 'f', 2)
+                          .arg(r[2], 0, 'f', 2)
+                          .arg(r[3], 0, 'f', 2);
         }
-        items << item + "}";
+        items << QString("\"%1\":{").arg(it.key()) + fields.join(",") + "}";
     }
     return "{" + items.join(",") + "}";
 }
