@@ -190,7 +190,9 @@ QStringList LineStats::hints() const
         late += s.late;
         // Skipped bytes with no other station's reply among them are noise.
         noise += s.badCrc + s.otherFunction + (s.skipped > 0 && s.otherStation == 0 ? 1 : 0);
-        repeats += s.askedAgain + (s.strayBefore > 0 ? 1 : 0);
+        // Asking again is no sign by itself: blocks holding the same values
+        // look alike. Bytes that came when nothing was asked are.
+        repeats += s.strayBefore;
     }
     QStringList hints;
     if (cut > 0 && late > 0)

@@ -82,6 +82,7 @@ bool SerialLink::open(const LinkSettings &settings, std::string &error)
     quietSince_ = Clock::now();
     lastRequest_.clear();
     lastReply_.clear();
+    slowestMs_ = -1;
     return true;
 }
 
@@ -193,13 +194,14 @@ int SerialLink::takeStray()
     return stray;
 }
 
-int SerialLink::settle()
+int SerialLink::settle(int quietMs)
 {
     int discarded = 0;
     char junk[256];
     if (!isOpen())
         return 0;
-    const int quietMs = settings_.settleMs < 0 ? settings_.timeoutMs : settings_.settleMs;
+    if (quietMs < 0)
+        quietMs = settings_.settleMs < 0 ? settings_.timeoutMs : settings_.settleMs;
     for (;;) {
         const int n = readSome(junk, sizeof junk, quietMs);
         if (n <= 0)
@@ -333,10 +335,19 @@ Exchange SerialLink::exchange(const QByteArray &frame, int replyLength)
         const bool doubtful = (x.reply == lastReply_ && frame != lastRequest_) || x.strayAfter > 0;
         lastRequest_ = frame;
         lastReply_ = x.reply;
-        if (!doubtful || attempt > 0)
+        if (!doubtful || attempt > 0) {
+            slowestMs_ = std::max(slowestMs_, x.rttMs);
             return x;
+        }
+        // What may still be on its way is this frame's own reply, behind the
+        // repeat: it comes within about one round trip, so twice the slowest
+        // seen (a response timeout until one was) is quiet enough. Blocks
+        // that hold the same values cost that, not a timeout each.
         x.askedAgain = true;
-        x.late += settle();
+        x.late += settle(slowestMs_ < 0 ? -1
+                                        : std::min(double(settings_.timeoutMs),
+                                                   std::max(2 * slowestMs_, 4 * gapUs_ / 1000.0)) +
+                                              1);
         x.reply.clear();
         x.strayAfter = 0;
     }

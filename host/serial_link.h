@@ -81,10 +81,10 @@ public:
     // byte-identical to the previous one but answering another frame could
     // be a repeat of that one: the line settles and the frame goes out again.
     Exchange exchange(const QByteArray &frame, int replyLength);
-    // Waits until nothing has arrived for a response timeout, discarding
-    // what comes; returns the bytes discarded. After a failed exchange a
-    // late reply must not meet the next request.
-    int settle();
+    // Waits until nothing has arrived for a response timeout (or `quietMs`),
+    // discarding what comes; returns the bytes discarded. After a failed
+    // exchange a late reply must not meet the next request.
+    int settle(int quietMs = -1);
 
 private:
     SerialLink(const SerialLink &);
@@ -108,6 +108,7 @@ private:
     int gapUs_ = 1750;
     Clock::time_point quietSince_;  // the line's last byte, in or out
     QByteArray lastRequest_, lastReply_;
+    double slowestMs_ = -1;  // the slowest whole reply so far; -1 none yet
 };
 
 #endif
