@@ -17,6 +17,10 @@ struct LineSettings {
     bool pace = false;     // characters take their wire time
     int baud = 19200;      // line speed, bits per second
     int bitsPerChar = 11;  // 8E1: start, 8 data, parity, stop
+    int stopBits = 1;
+    // On a pseudo-terminal: a request sent at a speed or stop bits other than
+    // baud and stopBits is not understood, as at a controller's receiver.
+    bool ownSettingsOnly = false;
     int turnaroundMs = 0;  // controller's think time before each reply
     int jitterMs = 0;      // 0..jitterMs more, drawn for each reply
     int pieceBytes = 0;    // a reply reaches the master in pieces this big; 0: whole

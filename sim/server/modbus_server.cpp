@@ -13,6 +13,8 @@
 
 #include <modbus/modbus.h>
 
+#include "pty_settings.h"
+
 namespace {
 
 // Gap after which a frame that stopped arriving is given up. Generous, so
@@ -105,6 +107,7 @@ ModbusServer::ModbusServer(int fd)
       map_(nullptr),
       stations_(1, 1),
       scriptAt_(0),
+      framing_(nullptr),
       rng_(1),
       forced_(FaultNone),
       forcedLeft_(0),
@@ -113,6 +116,7 @@ ModbusServer::ModbusServer(int fd)
       accepted_(0),
       replies_(0),
       faults_(0),
+      damaged_(0),
       running_(false)
 {
     pipe_[0] = pipe_[1] = wake_[0] = wake_[1] = -1;
@@ -185,6 +189,12 @@ void ModbusServer::setRefusals(const Refusals &refusals)
 {
     std::lock_guard<std::mutex> hold(stateMutex_);
     refusals_ = refusals;
+}
+
+void ModbusServer::setFraming(const RequestFraming *framing)
+{
+    std::lock_guard<std::mutex> hold(stateMutex_);
+    framing_ = framing;
 }
 
 void ModbusServer::setLogger(const Logger &logger)
@@ -262,6 +272,7 @@ ModbusServer::Counters ModbusServer::counters() const
     c.accepted = accepted_;
     c.replies = replies_;
     c.faults = faults_;
+    c.damaged = damaged_;
     return c;
 }
 
@@ -301,14 +312,28 @@ bool ModbusServer::readFrame(std::vector<uint8_t> &frame)
     if (!readByte(b, kIdlePollMs))
         return false;
     frame.push_back(b);
-    while (frame.size() < requestLength(frame) && frame.size() < MODBUS_RTU_MAX_ADU_LENGTH) {
+    // Asked again only once the bytes it asked for are in: a framing may
+    // look through the whole frame to find its end.
+    for (size_t need = frameLength(frame); frame.size() < need;) {
         if (!readByte(b, kByteTimeoutMs)) {
-            frame.clear();  // a frame that stopped half-way is noise
-            return false;
+            // A frame that stopped half-way is noise; a framing of its own
+            // is told of it, for the log.
+            if (!framing_)
+                frame.clear();
+            return framing_ != nullptr;
         }
         frame.push_back(b);
+        if (frame.size() == need)
+            need = frameLength(frame);
     }
     return true;
+}
+
+size_t ModbusServer::frameLength(const std::vector<uint8_t> &frame) const
+{
+    if (framing_)
+        return framing_->frameLength(frame);
+    return std::min<size_t>(requestLength(frame), MODBUS_RTU_MAX_ADU_LENGTH);
 }
 
 void ModbusServer::drainLine()
@@ -368,13 +393,35 @@ ModbusServer::Fault ModbusServer::chooseFault(int &delayMs)
     return FaultNone;
 }
 
-void ModbusServer::handle(std::vector<uint8_t> &frame)
+void ModbusServer::handle(const std::vector<uint8_t> &frame)
 {
-    const int station = frame[0];
-    int function = -1, address = -1, count = -1;
-    requestTarget(frame, function, address, count);
+    {
+        std::lock_guard<std::mutex> hold(stateMutex_);
+        last_ = frame;
+    }
+    const LineSettings settings = line();
     Outgoing reply;
-    const std::string outcome = handleFrame(frame, station, function, address, count, reply);
+    LogEntry e;
+    RequestFraming::Translation t;
+    PtySettings heard;
+    if (settings.ownSettingsOnly && readPtySettings(fd_, heard) &&
+        (heard.baud != settings.baud || heard.stopBits != settings.stopBits)) {
+        e.frame = std::to_string(frame.size()) + " bytes sent at " + describePtySettings(heard);
+        e.outcome = notUnderstood(settings, reply);
+    } else if (framing_ && (t = framing_->translate(frame)).rtu.empty()) {
+        ++damaged_;
+        drainLine();
+        e.frame = t.text;
+        e.outcome = "not answered: " + t.note;
+    } else {
+        std::vector<uint8_t> rtu = framing_ ? t.rtu : frame;
+        e.frame = t.text;
+        e.station = rtu[0];
+        requestTarget(rtu, e.function, e.address, e.count);
+        e.outcome = handleFrame(rtu, e.station, e.function, e.address, e.count, t.exception, reply);
+        if (!t.note.empty())
+            e.outcome += " (" + t.note + ")";
+    }
     Logger log;
     {
         std::lock_guard<std::mutex> hold(stateMutex_);
@@ -383,21 +430,38 @@ void ModbusServer::handle(std::vector<uint8_t> &frame)
     // Logged before the reply goes out, so a master that has its answer
     // finds the line already written.
     if (log)
-        log(LogEntry{station, function, address, count, outcome});
+        log(e);
     if (reply.bytes.empty() || !pauseUs(reply.thinkMs * 1000LL))
         return;
-    const LineSettings settings = line();
     if (sendPaced(reply.bytes, settings) && reply.againMs >= 0 && pauseUs(reply.againMs * 1000LL))
         sendPaced(reply.bytes, settings);
 }
 
+std::string ModbusServer::notUnderstood(const LineSettings &line, Outgoing &send)
+{
+    ++damaged_;
+    PtySettings own;
+    own.baud = line.baud;
+    own.stopBits = line.stopBits;
+    const std::string outcome = "not understood: the line runs at " + describePtySettings(own);
+    // Out of step with the line, the receiver sees framing errors and no
+    // frame; one time in four the master hears a few bytes of noise back.
+    std::lock_guard<std::mutex> hold(stateMutex_);
+    if (rng_() % 4 != 0)
+        return outcome;
+    const unsigned n = 1 + rng_() % 3;
+    for (unsigned i = 0; i < n; ++i)
+        send.bytes.push_back(static_cast<uint8_t>(rng_()));
+    send.thinkMs = line.turnaroundMs;
+    return outcome + " [" + std::to_string(n) + (n == 1 ? " byte" : " bytes") + " of noise sent]";
+}
+
 std::string ModbusServer::handleFrame(std::vector<uint8_t> &frame, int station, int function,
-                                      int address, int count, Outgoing &send)
+                                      int address, int count, int exception, Outgoing &send)
 {
     int slave = -1;
     {
         std::lock_guard<std::mutex> hold(stateMutex_);
-        last_ = frame;
         if (station == 0 && !stations_.empty())
             slave = stations_.front();
         else if (std::find(stations_.begin(), stations_.end(), station) != stations_.end())
@@ -417,6 +481,7 @@ std::string ModbusServer::handleFrame(std::vector<uint8_t> &frame, int station, 
     const int length = modbus_receive(ctx_, req);
     drainFd(pipe_[0]);
     if (length <= 0) {
+        ++damaged_;
         drainLine();
         return "ignored (bad CRC or length)";
     }
@@ -425,7 +490,7 @@ std::string ModbusServer::handleFrame(std::vector<uint8_t> &frame, int station, 
     // Let libmodbus write its reply into the pipe so it can be altered
     // before it goes on the line. Broadcasts write nothing.
     modbus_set_socket(ctx_, pipe_[1]);
-    int refused = refusal(function, address, count);
+    int refused = exception ? exception : refusal(function, address, count);
     if (station == 0) {
         if (refused)
             return "broadcast refused: " + exceptionText(refused) + ", not sent";
@@ -453,6 +518,8 @@ std::string ModbusServer::handleFrame(std::vector<uint8_t> &frame, int station, 
         return "no reply from libmodbus";
     std::string outcome = got > 2 && (reply[1] & 0x80) ? exceptionText(reply[2]) : "ok";
     std::vector<uint8_t> bytes(reply, reply + got);
+    if (framing_)
+        framing_->reshapeReply(bytes);
     const std::string altered = alter(fault, delayMs, req[0], bytes);
     if (!altered.empty())
         outcome += std::string(" [") + faultName(fault) + ": " + altered + "]";

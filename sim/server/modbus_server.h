@@ -22,7 +22,13 @@
 // line_model.h): off by default, so replies go out at once and whole; with
 // pacing on, a request is handled only once its own wire time has passed
 // and a reply leaves at the line's speed, after the controller's turnaround,
-// in pieces if asked. Every fault goes through the same line.
+// in pieces if asked. Every fault goes through the same line. On a
+// pseudo-terminal it can hold the poller to the line's speed and stop bits
+// (LineSettings::ownSettingsOnly), as a controller's receiver does.
+//
+// A RequestFraming, when set, frames the line's bytes instead of Modbus RTU
+// and says which RTU request each frame stands for (a remote link's request
+// descriptions); those are then answered as above, faults and line alike.
 //
 // Typical use:
 //   ModbusServer srv(fd);            // fd stays owned by the caller
@@ -45,6 +51,7 @@
 #include <vector>
 
 #include "line_model.h"
+#include "request_framing.h"
 
 typedef struct _modbus modbus_t;
 typedef struct _modbus_mapping_t modbus_mapping_t;
@@ -97,13 +104,16 @@ public:
     };
 
     // One frame read from the line. address and count are -1 for
-    // functions that carry none.
+    // functions that carry none; station and function -1 for a frame that
+    // was not understood.
     struct LogEntry {
-        int station;
-        int function;
-        int address;
-        int count;
+        int station = -1;
+        int function = -1;
+        int address = -1;
+        int count = -1;
         std::string outcome;  // "ok", "exception 0x02 (Illegal data address)", ...
+        std::string frame;    // a framing's own words for the frame, or what
+                              // arrived at other settings; empty for RTU frames
     };
     typedef std::function<void(const LogEntry &)> Logger;
 
@@ -112,6 +122,8 @@ public:
         uint64_t accepted = 0;  // of those, addressed to us and valid for libmodbus
         uint64_t replies = 0;   // replies written to the line (even faulty ones)
         uint64_t faults = 0;    // requests lost and replies altered on purpose
+        uint64_t damaged = 0;   // frames not answered for a bad CRC or sum, cut
+                                // short, or sent at other line settings
     };
 
     explicit ModbusServer(int fd);
@@ -130,6 +142,10 @@ public:
     void setScript(const std::vector<Fault> &script);
     // Timing of the line; set it before start().
     void setLine(const LineSettings &line);
+
+    // Frames requests by `framing` instead of Modbus RTU; null for RTU. The
+    // caller keeps it alive while serving; set it before start().
+    void setFraming(const RequestFraming *framing);
 
     void setRefusals(const Refusals &refusals);
     // Called on the serving thread; set it before start().
@@ -159,6 +175,7 @@ private:
 
     void serve();
     bool readFrame(std::vector<uint8_t> &frame);
+    size_t frameLength(const std::vector<uint8_t> &frame) const;
     bool readByte(uint8_t &byte, int timeoutMs);
     void drainLine();
     // A reply as it is to go out: the bytes, the controller's think time
@@ -168,10 +185,13 @@ private:
         int thinkMs = 0;
         int againMs = -1;
     };
-    void handle(std::vector<uint8_t> &frame);
-    // What becomes of one frame; what to send back lands in `send`.
+    void handle(const std::vector<uint8_t> &frame);
+    // What becomes of one RTU request; what to send back lands in `send`.
+    // `exception`, when not 0, refuses it with that code.
     std::string handleFrame(std::vector<uint8_t> &frame, int station, int function, int address,
-                            int count, Outgoing &send);
+                            int count, int exception, Outgoing &send);
+    // A request that came at other settings than the line's.
+    std::string notUnderstood(const LineSettings &line, Outgoing &send);
     // The reply libmodbus made for `fault` altered as it asks; "" or what was done.
     std::string alter(Fault fault, int delayMs, int station, std::vector<uint8_t> &reply);
     void applyRequest(const uint8_t *req, int length);
@@ -199,12 +219,13 @@ private:
     size_t scriptAt_;
     Refusals refusals_;
     Logger logger_;
+    const RequestFraming *framing_;
     std::mt19937 rng_;
     Fault forced_;
     int forcedLeft_;
     int forcedDelayMs_;
     std::vector<uint8_t> last_;
-    std::atomic<uint64_t> requests_, accepted_, replies_, faults_;
+    std::atomic<uint64_t> requests_, accepted_, replies_, faults_, damaged_;
     std::atomic<bool> running_;
     std::thread thread_;
 };
