@@ -12,7 +12,8 @@ if(TARGET rv_modbus_server)
     ${CMAKE_CURRENT_LIST_DIR}/element_range.cpp
     ${CMAKE_CURRENT_LIST_DIR}/presets.cpp
     ${CMAKE_CURRENT_LIST_DIR}/request_log.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/line_link.cpp)
+    ${CMAKE_CURRENT_LIST_DIR}/line_link.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/remote_link.cpp)
   target_include_directories(rvsim PRIVATE ${CLI11_INCLUDE_DIR})
   target_compile_definitions(rvsim PRIVATE RV_VERSION="${PROJECT_VERSION}")
   target_link_libraries(rvsim PRIVATE rv_modbus_server rvpoll_core rv_static PkgConfig::SERIALPORT util)

@@ -15,9 +15,11 @@
 #include "line_link.h"
 #include "live_data.h"
 #include "presets.h"
+#include "remote_link.h"
 #include "request_log.h"
 #include "sim_options.h"
 #include "sim/server/modbus_server.h"
+#include "sim/server/pty_settings.h"
 
 namespace {
 
@@ -27,15 +29,17 @@ int fail(const std::string &message)
     return 2;
 }
 
-// The master side of a new raw pseudo-terminal; the slave side stays open
-// here too, so the line does not hang up between two pollers.
-bool openPty(int &master, int &slave, std::string &path, std::string &error)
+// The master side of a new raw pseudo-terminal at the line's speed and stop
+// bits, so a poller that sets none is heard; the slave side stays open here
+// too, so the line does not hang up between two pollers.
+bool openPty(const SimOptions &o, int &master, int &slave, std::string &path, std::string &error)
 {
     char name[128];
     termios raw;
-    cfmakeraw(&raw);
-    raw.c_cc[VMIN] = 1;
-    raw.c_cc[VTIME] = 0;
+    if (!rawPtySettings(o.baud, o.stopBits, raw) && !rawPtySettings(19200, o.stopBits, raw)) {
+        error = "cannot set up a pseudo-terminal";
+        return false;
+    }
     if (openpty(&master, &slave, name, &raw, nullptr) != 0) {
         error = "cannot create a pseudo-terminal";
         return false;
@@ -124,7 +128,7 @@ int main(int argc, char **argv)
     int fd = -1, slave = -1;
     sp_port *port = nullptr;
     std::string path = o.device;
-    if (o.device.empty() ? !openPty(fd, slave, path, error) : !openSerial(o, port, fd, error))
+    if (o.device.empty() ? !openPty(o, fd, slave, path, error) : !openSerial(o, port, fd, error))
         return fail(error);
 
     // A port that libserialport set up sends at its own speed: wire time
@@ -132,6 +136,9 @@ int main(int argc, char **argv)
     if (port)
         o.line.pace = false;
     ModbusServer server(fd);
+    RemoteLink remoteLink;
+    if (o.remoteLink)
+        server.setFraming(&remoteLink);
     server.setStations(o.stations);
     server.setFaults(o.faults);
     server.setScript(o.script);
@@ -160,7 +167,8 @@ int main(int argc, char **argv)
         stations += (i ? "," : "") + std::to_string(o.stations[i]);
     if (!o.dataFile.empty())
         printf("rvsim: %d preset values from %s\n", presets, o.dataFile.c_str());
-    printf("rvsim: listening on %s (station %s)\n", path.c_str(), stations.c_str());
+    printf("rvsim: listening on %s (station %s%s)\n", path.c_str(), stations.c_str(),
+           o.remoteLink ? ", far end of a remote link" : "");
     fflush(stdout);
 
     const timespec tick = {o.tickMs / 1000, o.tickMs % 1000 * 1000000L};
@@ -181,9 +189,13 @@ int main(int argc, char **argv)
 
     server.stop();
     const ModbusServer::Counters c = server.counters();
-    printf("rvsim: stopped after %llu requests, %llu replies, %llu faults\n",
+    printf("rvsim: stopped after %llu requests, %llu replies, %llu faults",
            (unsigned long long)c.requests, (unsigned long long)c.replies,
            (unsigned long long)c.faults);
+    if (c.damaged)
+        printf(", %llu not understood (damaged, cut short or at other line settings)",
+               (unsigned long long)c.damaged);
+    printf("\n");
     link.release();
     if (log)
         fclose(log);

@@ -6,6 +6,7 @@
 
 #include "element_range.h"
 #include "options.h"
+#include "sim/server/pty_settings.h"
 #include "tool_cli.h"
 
 namespace {
@@ -119,7 +120,7 @@ bool parseSimOptions(int argc, char **argv, SimOptions &o, std::string &error)
     std::string baud, parity, stop, tickMs, seed, delayMs, twiceMs, turnaround, jitter, pieces,
         script;
     std::vector<std::string> stations, refuse, functions;
-    bool noPace = false;
+    bool noPace = false, anyBaud = false;
     struct Rate {
         const char *name;
         double *target;
@@ -147,6 +148,8 @@ bool parseSimOptions(int argc, char **argv, SimOptions &o, std::string &error)
     app.add_option("--pieces", pieces);
     app.add_option("--script", script);
     app.add_flag("--no-pace", noPace);
+    app.add_flag("--any-baud", anyBaud);
+    app.add_flag("--remote-link", o.remoteLink);
     app.add_option("--refuse", refuse)
         ->delimiter(',')
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
@@ -204,9 +207,12 @@ bool parseSimOptions(int argc, char **argv, SimOptions &o, std::string &error)
         error = "--refuse: " + error;
         return false;
     }
+    const bool onPty = o.device.empty();
     o.line.pace = !noPace;
     o.line.baud = o.baud;
+    o.line.stopBits = o.stopBits;
     o.line.bitsPerChar = bitsPerCharacter(o.parity, o.stopBits);
+    o.line.ownSettingsOnly = onPty && !anyBaud && ptySpeedExists(o.baud);
     const ModbusServer::FaultRates &f = o.faults;
     const double faultSum = f.drop + f.badCrc + f.truncate + f.wrongStation + f.delay +
                             f.exception + f.lose + f.twice + f.noise;
@@ -217,12 +223,19 @@ bool parseSimOptions(int argc, char **argv, SimOptions &o, std::string &error)
 
     // Options that change nothing in this run.
     typedef ModbusServer::Fault F;
-    const bool onPty = o.device.empty();
-    for (const char *line : {"--baud", "--parity", "--stop"})
-        if (onPty && noPace && app.count(line))
+    for (const char *line : {"--baud", "--stop"})
+        if (onPty && noPace && anyBaud && app.count(line))
             o.notes.push_back(std::string(line) +
-                              " has no effect on a pseudo-terminal with --no-pace (it has "
-                              "no line settings)");
+                              " has no effect on a pseudo-terminal with --no-pace and --any-baud");
+    if (onPty && noPace && app.count("--parity"))
+        o.notes.push_back("--parity has no effect on a pseudo-terminal with --no-pace (it "
+                          "carries no parity)");
+    if (onPty && !anyBaud && !ptySpeedExists(o.baud))
+        o.notes.push_back("requests at any speed are answered: no terminal speed is " +
+                          std::to_string(o.baud) + " baud");
+    if (!onPty && anyBaud)
+        o.notes.push_back("--any-baud has no effect on a serial port: its UART hears its own "
+                          "settings only");
     if (onPty && !noPace && app.count("--parity"))
         o.notes.push_back("--parity sets only the character time here: a pseudo-terminal "
                           "carries no parity");

@@ -18,11 +18,12 @@ struct SimOptions {
     ModbusServer::FaultRates faults;
     std::vector<ModbusServer::Fault> script;  // faults of the first requests, in order
     ModbusServer::Refusals refusals;
-    std::string dataFile;  // preset values
-    std::string logFile;   // request log
-    bool verbose = false;  // request log on standard output
-    int tickMs = 100;      // live-data step
-    bool quiet = false;    // do not report writes
+    std::string dataFile;     // preset values
+    std::string logFile;      // request log
+    bool verbose = false;     // request log on standard output
+    bool remoteLink = false;  // requests are a remote link's request descriptions
+    int tickMs = 100;         // live-data step
+    bool quiet = false;       // do not report writes
     bool help = false;
     bool version = false;
     std::vector<std::string> notes;  // options given that change nothing

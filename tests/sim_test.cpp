@@ -18,12 +18,12 @@
 
 namespace {
 
-// rvsim with a libmodbus master on its line.
+// rvsim with a libmodbus master on its line, at the line's speed.
 class RunningSim : public Sim {
 public:
-    explicit RunningSim(const std::string &args) : Sim(args)
+    explicit RunningSim(const std::string &args, int baud = 19200) : Sim(args)
     {
-        ctx_ = modbus_new_rtu(path().c_str(), 19200, 'N', 8, 1);
+        ctx_ = modbus_new_rtu(path().c_str(), baud, 'N', 8, 1);
         if (ctx_ && (modbus_set_slave(ctx_, 1) != 0 || modbus_connect(ctx_) != 0)) {
             modbus_free(ctx_);
             ctx_ = nullptr;
@@ -138,7 +138,7 @@ TEST(SimTest, PresetsRefusalsAndTheRequestLog)
 TEST(SimTest, OptionFormsNotesAndErrorTexts)
 {
     {
-        RunningSim sim("-v --exception-rate=1 --baud 9600 -P e");
+        RunningSim sim("-v --exception-rate=1 --baud 9600 -P e", 9600);
         ASSERT_TRUE(sim.master()) << sim.output();
         EXPECT_EQ(std::vector<int>({-4}), ask(sim.master(), ReadRegisters, 0, 1));
         const std::string out = sim.output();
@@ -232,7 +232,7 @@ TEST(SimTest, ScriptedFaultsAsTheMasterSeesThem)
 TEST(SimTest, PacingAndPieces)
 {
     {
-        RunningSim sim("--baud 9600");  // 8E1: 11 bits a character
+        RunningSim sim("--baud 9600", 9600);  // 8E1: 11 bits a character
         ASSERT_TRUE(sim.master()) << sim.output();
         uint16_t regs[64];
         const Clock::time_point start = Clock::now();

@@ -1,0 +1,176 @@
+#include "remote_link.h"
+
+#include <stdio.h>
+
+#include <algorithm>
+
+#include <modbus/modbus.h>
+
+#include "driver/checksum.h"
+#include "frames/address_map.h"
+#include "localarea/areas.h"
+#include "remote_frame.h"
+
+namespace {
+
+const size_t kReadLength = kRemoteHeader + 1;  // a read carries no value bytes
+const size_t kLengthWrap = 256;                // the length byte's range
+enum { Read = 0, Write = 1 };
+
+// The longest `f` can be: a write carries at most two value bytes for each
+// element it counts, a read none.
+size_t longest(const std::vector<uint8_t> &f)
+{
+    if (f.size() < 13 || f[2] != Write)
+        return kReadLength;
+    return kReadLength + 2 * size_t(f[11] << 8 | f[12]);
+}
+
+// The shortest length a length byte can stand for.
+size_t shortest(uint8_t lengthByte)
+{
+    size_t n = lengthByte;
+    while (n < kReadLength)
+        n += kLengthWrap;
+    return n;
+}
+
+// The low 8 bits of the byte sum over the first n - 1 bytes.
+unsigned sumBefore(const std::vector<uint8_t> &f, size_t n)
+{
+    unsigned sum = 0;
+    for (size_t i = 0; i + 1 < n; ++i)
+        sum += f[i];
+    return sum & 0xFF;
+}
+
+std::string hexByte(unsigned b)
+{
+    char text[8];
+    snprintf(text, sizeof text, "0x%02X", b & 0xFF);
+    return text;
+}
+
+void appendWord(std::vector<uint8_t> &frame, unsigned v)
+{
+    frame.push_back(static_cast<uint8_t>(v >> 8));
+    frame.push_back(static_cast<uint8_t>(v));
+}
+
+void closeWithCrc(std::vector<uint8_t> &frame)
+{
+    // The low order byte of the CRC comes first.
+    const int crc = CalCRC(frame.data(), static_cast<unsigned short>(frame.size()));
+    frame.push_back(static_cast<uint8_t>(crc & 0xFF));
+    frame.push_back(static_cast<uint8_t>((crc >> 8) & 0xFF));
+}
+
+// A write's data as its register frame carries it: bits packed eight to a
+// byte (only the value 1 sets one), registers high byte first from values
+// held low byte first; value bytes missing count as 0.
+void appendData(std::vector<uint8_t> &frame, const RemoteFrame &f, bool bits, unsigned units)
+{
+    const auto value = [&f](unsigned i) {
+        return i < unsigned(f.values.size()) ? static_cast<uint8_t>(f.values.at(int(i))) : 0;
+    };
+    const size_t bytes = bits ? (units + 7) / 8 : 2 * units;
+    frame.push_back(static_cast<uint8_t>(bytes));
+    const size_t at = frame.size();
+    frame.resize(at + bytes);
+    for (unsigned i = 0; i < units; ++i) {
+        if (!bits) {
+            frame[at + 2 * i] = value(2 * i + 1);
+            frame[at + 2 * i + 1] = value(2 * i);
+        } else if (value(i) == 1) {
+            frame[at + i / 8] |= static_cast<uint8_t>(1u << (i % 8));
+        }
+    }
+}
+
+}  // namespace
+
+size_t RemoteLink::frameLength(const std::vector<uint8_t> &f) const
+{
+    size_t n = shortest(f[0]);
+    unsigned sum = 0;
+    size_t summed = 0;
+    while (f.size() >= n) {
+        for (; summed + 1 < n; ++summed)
+            sum += f[summed];
+        if ((sum & 0xFF) == f[n - 1] || n + kLengthWrap > longest(f))
+            break;
+        n += kLengthWrap;
+    }
+    return n;
+}
+
+RequestFraming::Translation RemoteLink::translate(const std::vector<uint8_t> &frame) const
+{
+    Translation t;
+    const size_t first = shortest(frame[0]);
+    if (frame.size() < first) {
+        t.text = std::to_string(frame.size()) + (frame.size() == 1 ? " byte" : " bytes");
+        t.note = "cut short: its length byte says " + std::to_string(first);
+        return t;
+    }
+    // When a longer frame that the sum would close never came, the bytes
+    // are judged by their length byte.
+    size_t n = frameLength(frame);
+    if (n > frame.size())
+        n = first;
+    RemoteFrame f;
+    parseRemoteFrame(frame.data(), int(n), f);
+    t.text = describeRemoteFrame(f).toStdString();
+    const unsigned sum = sumBefore(frame, n);
+    if (sum != frame[n - 1]) {
+        t.note =
+            "bad sum " + hexByte(frame[n - 1]) + ", the bytes before it add up to " + hexByte(sum);
+        if (frame.size() > n)
+            t.note += ", " + std::to_string(frame.size() - n) + " more bytes after it";
+        return t;
+    }
+    if (f.rwMode != Read && f.rwMode != Write) {
+        t.note = "neither a read nor a write";
+        return t;
+    }
+    if (n != frame[0])
+        t.note = "length byte " + hexByte(frame[0]) + " has wrapped: the sum closes the frame at " +
+                 std::to_string(n) + " bytes";
+
+    const bool write = f.rwMode == Write;
+    const bool bits = isBitArea(f.areaType);
+    // A bit area's read counts bytes of eight elements; all else counts elements.
+    const unsigned long long span = bits && !write ? 8ULL * unsigned(f.count) : unsigned(f.count);
+    const unsigned long long capacity = unsigned(areaCapacity(f.areaType));
+    const bool inside = f.address < capacity && f.address + span <= capacity;
+    int start = int(f.address & 0xFFFF);
+    if (inside)
+        start = bits ? BitElementToCoil(f.areaType, int(f.address))
+                     : WordElementToRegister(f.areaType, int(f.address));
+    const unsigned most = !write ? 0xFFFF
+                          : bits ? MODBUS_MAX_WRITE_BITS
+                                 : MODBUS_MAX_WRITE_REGISTERS;
+    const bool fits = span <= most;
+    if (!inside)
+        t.exception = MODBUS_EXCEPTION_ILLEGAL_DATA_ADDRESS;
+    else if (!fits)
+        t.exception = MODBUS_EXCEPTION_ILLEGAL_DATA_VALUE;
+
+    t.rtu.push_back(static_cast<uint8_t>(f.station));
+    t.rtu.push_back(write ? (bits ? 0x0F : 0x10) : (bits ? 0x01 : 0x03));
+    appendWord(t.rtu, unsigned(start) & 0xFFFF);
+    appendWord(t.rtu, unsigned(std::min(span, 0xFFFFULL)));
+    if (write)
+        appendData(t.rtu, f, bits, inside && fits ? unsigned(span) : 0);
+    closeWithCrc(t.rtu);
+    return t;
+}
+
+void RemoteLink::reshapeReply(std::vector<uint8_t> &reply) const
+{
+    if (reply.size() < 4 || (reply[1] & 0x7F) != 0x0F)
+        return;
+    reply[1] = static_cast<uint8_t>((reply[1] & 0x80) | 0x10);
+    reply.resize(reply.size() - 2);
+    closeWithCrc(reply);
+}
