@@ -10,9 +10,11 @@
 #endif
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <stdio.h>
 #include <stdlib.h>
 
 #include <algorithm>
@@ -79,6 +81,26 @@ long jsonValue(const std::string &out, const std::string &key)
         return -1;
     const std::vector<long> v = numbersAfter(out.substr(line), "\"" + key + "\":");
     return v.empty() ? -1 : v.front();
+}
+
+// Sends `frame` on the line at `path` as it is; the bytes that come back
+// within 300 ms, in hex.
+std::string sendRaw(const std::string &path, const std::string &frame)
+{
+    const int fd = open(path.c_str(), O_RDWR | O_NOCTTY);
+    std::string got;
+    if (fd < 0 || write(fd, frame.data(), frame.size()) != ssize_t(frame.size()))
+        got = "cannot send";
+    pollfd p = {fd, POLLIN, 0};
+    unsigned char buf[256];
+    for (ssize_t n; poll(&p, 1, 300) > 0 && (n = read(fd, buf, sizeof buf)) > 0;)
+        for (ssize_t i = 0; i < n; ++i) {
+            char hex[4];
+            snprintf(hex, sizeof hex, "%02X", buf[i]);
+            got += (got.empty() ? "" : " ") + std::string(hex);
+        }
+    close(fd);
+    return got;
 }
 
 }  // namespace
@@ -483,4 +505,87 @@ TEST(ToolsTest, VariableTextsAndFrameGaps)
     EXPECT_EQ(1823, frameGapUs(line));
     line.baud = 115200;
     EXPECT_EQ(1750, frameGapUs(line));
+}
+
+// rvsim as the far end of a remote link: rvpoll's requests and frames sent
+// as they are, each with what comes back and what rvsim logs of it.
+TEST(ToolsTest, RemoteLinkEndToEnd)
+{
+    const std::string data = scratchFile("D100=0x1234 D109=0xBEEF M5=1 M15=1 X10=1\n");
+    Sim sim("--remote-link -v --data " + data);
+    ASSERT_FALSE(sim.path().empty()) << sim.output();
+    // A read of D100, count 10, station 1, owner type 2, worked out by hand.
+    const std::string head("\x16\x02\x00\x00", 4), rest("\x00\x0E\x00\x00\x00\x64\x00\x0A", 8);
+    const std::string spares(8, '\0');
+    std::string longWrite = "--block 120 --write D300=1";
+    for (int v = 2; v <= 120; ++v)
+        longWrite += "," + std::to_string(v);
+    const struct {
+        std::string sent;                 // a frame as it is, or rvpoll's arguments
+        std::vector<const char *> shown;  // the whole reply in hex, or in rvpoll's output
+        const char *logged;
+    } cases[] = {
+        {head + '\x01' + rest + spares + '\x95',
+         {"01 03 14 12 34 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 BE EF 96 0E"},
+         "owner 2, link 0, station 1, D100, count 10 as function 0x03 address 100 count 10: ok"},
+        {head + '\x01' + rest + spares + '\x94', {}, "D100, count 10: not answered: bad sum 0x94"},
+        {head + '\x00' + rest + spares + '\x94', {}, "station 0, D100, count 10 as function 0x03"},
+        {std::string("\x16\0\0\0\x01\0\x1A\0\0\0\0\0\x01", 13) + spares + '\x32',
+         {"01 83 02 C0 F1"},
+         "area 26 element 0, count 1 as function 0x03 address 0 count 1: exception 0x02"},
+        // M0 blinks by itself: M1 to M15 are checked.
+        {"D100-D109 M0-M15 X0-X17",
+         {"D100 |   4660      0", "0 0 0 0 1 0 0 0 0 0 0 0 0 0 1\n", "X10  | 1 0 0 0"},
+         "X0, count 2 as function 0x01 address 20480 count 16: ok"},
+        {"--write D200=0x1234 --write M11=1 D200 M8-M15",
+         {"D200 |   4660", "M8   | 0 0 0 1 0 0 0 1", "write M11=1: written"},
+         "D200, count 1, values 34 12 as function 0x10 address 200 count 1: ok"},
+        {"--station 0 --write D60=5 D60", {}, "register 60 = 0x0005"},
+        {longWrite + " D419",
+         {"D419 |    120"},
+         "has wrapped: the sum closes the frame at 262 bytes"},
+    };
+    for (const auto &c : cases) {
+        if (c.sent[0] == '\x16') {
+            EXPECT_EQ(c.shown.empty() ? "" : c.shown[0], sendRaw(sim.path(), c.sent)) << c.logged;
+        } else {
+            const Result r = run(poll(sim.path(), "--remote-link --once " + c.sent));
+            EXPECT_EQ("", missing(r.out + r.err, c.shown)) << c.sent << ": " << r.out << r.err;
+        }
+        EXPECT_TRUE(sim.waitFor({c.logged})) << sim.output();
+    }
+    sim.stop();
+    EXPECT_EQ("", missing(sim.output(), {", 1 not understood"})) << sim.output();
+    unlink(data.c_str());
+}
+
+// A commissioning scan finds the simulator at its own baud rate and station
+// only (it answers nothing sent at another speed), and nothing on a line
+// where no station asked for answers; every JSON line parses.
+TEST(ToolsTest, ScanFindsTheControllersSettingsOnly)
+{
+    Sim controller("--baud 38400 --station 7"), empty("--station 200");
+    const struct {
+        const Sim &line;
+        const char *scan;
+        int status;
+        std::vector<const char *> said;
+    } cases[] = {
+        {controller,
+         "--scan-stations 5-9 --scan-bauds 9600,38400,57600",
+         0,
+         {"{\"baud\": 38400, \"parity\": \"even\", \"stop\": 1, \"station\": 7, \"rtt_ms\": ",
+          "\"finds\": 1, \"combinations\": 4,"}},
+        {empty, "--scan-stations 1-3 --scan-bauds 9600,19200", 1, {"\"finds\": 0,"}},
+    };
+    for (const auto &c : cases) {
+        const Result r = run(poll(c.line.path(), std::string("--scan --json ") + c.scan));
+        EXPECT_EQ(c.status, r.status) << c.scan << r.err;
+        EXPECT_EQ("", missing(r.out, c.said)) << c.scan << ": " << r.out;
+        const std::string lines = scratchFile(r.out);
+        EXPECT_EQ("ok\n", runCommand("python3 -c 'import json,sys; [json.loads(l) for l in "
+                                     "sys.stdin]; print(\"ok\")' <" +
+                                     lines));
+        unlink(lines.c_str());
+    }
 }
