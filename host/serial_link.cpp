@@ -12,30 +12,10 @@
 #include <algorithm>
 #include <thread>
 
+#include "baud_rates.h"
 #include "examples/reply_reader.h"
 
 namespace {
-
-bool speedOf(int baud, speed_t &speed)
-{
-    static const struct {
-        int baud;
-        speed_t speed;
-    } rates[] = {{50, B50},           {75, B75},           {110, B110},         {134, B134},
-                 {150, B150},         {200, B200},         {300, B300},         {600, B600},
-                 {1200, B1200},       {1800, B1800},       {2400, B2400},       {4800, B4800},
-                 {9600, B9600},       {19200, B19200},     {38400, B38400},     {57600, B57600},
-                 {115200, B115200},   {230400, B230400},   {460800, B460800},   {500000, B500000},
-                 {576000, B576000},   {921600, B921600},   {1000000, B1000000}, {1152000, B1152000},
-                 {1500000, B1500000}, {2000000, B2000000}, {2500000, B2500000}, {3000000, B3000000},
-                 {3500000, B3500000}, {4000000, B4000000}};
-    for (const auto &r : rates)
-        if (r.baud == baud) {
-            speed = r.speed;
-            return true;
-        }
-    return false;
-}
 
 double msBetween(std::chrono::steady_clock::time_point from,
                  std::chrono::steady_clock::time_point to)
@@ -92,8 +72,8 @@ bool SerialLink::open(const LinkSettings &settings, std::string &error)
 bool SerialLink::configure(std::string &error)
 {
     termios tio;
-    speed_t speed;
-    if (!speedOf(settings_.baud, speed)) {
+    const BaudRate *rate = baudRateOf(settings_.baud);
+    if (!rate) {
         error = "cannot configure " + settings_.port + ": " + std::to_string(settings_.baud) +
                 " is not a baud rate the serial driver offers";
         return false;
@@ -112,13 +92,13 @@ bool SerialLink::configure(std::string &error)
     tio.c_iflag &= ~(IXON | IXOFF | IXANY);
     tio.c_cc[VMIN] = 0;
     tio.c_cc[VTIME] = 0;
-    cfsetispeed(&tio, speed);
-    cfsetospeed(&tio, speed);
+    cfsetispeed(&tio, rate->speed);
+    cfsetospeed(&tio, rate->speed);
     // A pseudo-terminal keeps all but the parity, and the C library may then
     // say EINVAL: what counts is whether the speed and framing took.
     const int failed = tcsetattr(fd_, TCSANOW, &tio) != 0 ? errno : 0;
     termios now;
-    if (failed && (tcgetattr(fd_, &now) != 0 || cfgetospeed(&now) != speed ||
+    if (failed && (tcgetattr(fd_, &now) != 0 || cfgetospeed(&now) != rate->speed ||
                    (now.c_cflag & (CSIZE | CSTOPB)) != (tio.c_cflag & (CSIZE | CSTOPB)))) {
         error = "cannot configure " + settings_.port + ": " + strerror(failed);
         return false;
