@@ -351,10 +351,11 @@ void ModbusServer::serve()
     while (running_) {
         if (readFrame(frame)) {
             // The pseudo-terminal delivered the frame at once; on the line
-            // its last byte arrives only after the frame's wire time.
-            if (!pauseUs(wireTimeUs(line(), frame.size())))
-                return;
-            handle(frame);
+            // its last byte arrives only after the frame's wire time. The
+            // reply is timed from then, while the frame is handled at once,
+            // so handling and waking up add nothing to the line's timing.
+            handle(frame, std::chrono::steady_clock::now() +
+                              std::chrono::microseconds(wireTimeUs(line(), frame.size())));
             ++requests_;  // counted once handled, so waiters see its effects
         }
     }
@@ -393,7 +394,8 @@ ModbusServer::Fault ModbusServer::chooseFault(int &delayMs)
     return FaultNone;
 }
 
-void ModbusServer::handle(const std::vector<uint8_t> &frame)
+void ModbusServer::handle(const std::vector<uint8_t> &frame,
+                          std::chrono::steady_clock::time_point lastByteIn)
 {
     {
         std::lock_guard<std::mutex> hold(stateMutex_);
@@ -431,10 +433,12 @@ void ModbusServer::handle(const std::vector<uint8_t> &frame)
     // finds the line already written.
     if (log)
         log(e);
-    if (reply.bytes.empty() || !pauseUs(reply.thinkMs * 1000LL))
+    const auto start = std::max(lastByteIn + std::chrono::milliseconds(reply.thinkMs),
+                                std::chrono::steady_clock::now());
+    if (reply.bytes.empty() || !sendPaced(reply.bytes, settings, start))
         return;
-    if (sendPaced(reply.bytes, settings) && reply.againMs >= 0 && pauseUs(reply.againMs * 1000LL))
-        sendPaced(reply.bytes, settings);
+    if (reply.againMs >= 0 && pauseUs(reply.againMs * 1000LL))
+        sendPaced(reply.bytes, settings, std::chrono::steady_clock::now());
 }
 
 std::string ModbusServer::notUnderstood(const LineSettings &line, Outgoing &send)
@@ -599,9 +603,9 @@ void ModbusServer::writeLine(const uint8_t *data, size_t length)
     }
 }
 
-bool ModbusServer::sendPaced(const std::vector<uint8_t> &bytes, const LineSettings &line)
+bool ModbusServer::sendPaced(const std::vector<uint8_t> &bytes, const LineSettings &line,
+                             std::chrono::steady_clock::time_point start)
 {
-    const auto start = std::chrono::steady_clock::now();
     for (const LineChunk &c : lineSchedule(line, bytes.size())) {
         const auto due = start + std::chrono::microseconds(c.atUs);
         const auto left = std::chrono::duration_cast<std::chrono::microseconds>(

@@ -43,6 +43,7 @@
 #include <stdint.h>
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <mutex>
 #include <random>
@@ -185,7 +186,9 @@ private:
         int thinkMs = 0;
         int againMs = -1;
     };
-    void handle(const std::vector<uint8_t> &frame);
+    // `lastByteIn`: when the frame's last byte is in, on the line's timing.
+    void handle(const std::vector<uint8_t> &frame,
+                std::chrono::steady_clock::time_point lastByteIn);
     // What becomes of one RTU request; what to send back lands in `send`.
     // `exception`, when not 0, refuses it with that code.
     std::string handleFrame(std::vector<uint8_t> &frame, int station, int function, int address,
@@ -199,7 +202,9 @@ private:
     int refusal(int function, int address, int count) const;
     LineSettings line() const;
     // Writes `bytes` as the line would deliver them; false once stopping.
-    bool sendPaced(const std::vector<uint8_t> &bytes, const LineSettings &line);
+    // Writes `bytes` at the line's pace from `start` on.
+    bool sendPaced(const std::vector<uint8_t> &bytes, const LineSettings &line,
+                   std::chrono::steady_clock::time_point start);
     void writeLine(const uint8_t *data, size_t length);
     void pause(int ms);
     // Sleeps `us` microseconds unless stopped first; false once stopping.
