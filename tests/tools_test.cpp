@@ -120,9 +120,9 @@ std::string jsonFaults(const std::string &out)
 
 }  // namespace
 
-TEST(ToolsTest, ScansReturnTheSimulatorsValuesFromOneOrSeveralStations)
+TEST(ToolsTest, ScansReturnTheSimulatorsValues)
 {
-    Sim sim("--tick-ms 50 --station 1,2");
+    Sim sim("--tick-ms 50");
     ASSERT_FALSE(sim.path().empty()) << sim.output();
 
     Result r = run(poll(sim.path(), "--scans 3 --interval-ms 300 --json D0 M0 TD5"));
@@ -145,13 +145,6 @@ TEST(ToolsTest, ScansReturnTheSimulatorsValuesFromOneOrSeveralStations)
     EXPECT_EQ(0, r.status) << r.err;
     EXPECT_EQ("", missing(r.out, {"X10 |"})) << r.out;  // octal row labels
     EXPECT_EQ("", missing(r.err, {"0 errors, 0.0% frame loss"})) << r.err;
-
-    r = run(poll(sim.path(), "--multi-station --once --json --write 2:D50=9 1:D50 2:D50"));
-    ASSERT_EQ(0, r.status) << r.err;
-    // Several stations on one line share the simulator's registers; each is
-    // read on its own.
-    EXPECT_EQ(9, jsonValue(r.out, "1:D50")) << r.out;
-    EXPECT_EQ(9, jsonValue(r.out, "2:D50")) << r.out;
 }
 
 TEST(ToolsTest, ValuesNeverReadAreNeverShownAsNumbers)
@@ -419,10 +412,7 @@ TEST(ToolsTest, BadInputGivesAClearMessageAndStatusTwo)
         otherQt);
     const std::pair<std::string, const char *> cases[] = {
         {null + "D70000", "bad address '70000'"},
-        {null + "Q5", "unknown area 'Q'"},
         {null + "X8", "octal"},
-        {null + "D9-D2", "ends before"},
-        {null + "D0-TD4", "within one area"},
         {null + "--multi-station D0", "station prefix"},
         {null + "--write M5=2 M5", "0 or 1"},
         {null + "--write D0-D3=1 D0", "write to one element"},
@@ -430,7 +420,6 @@ TEST(ToolsTest, BadInputGivesAClearMessageAndStatusTwo)
         {rvpoll + "D0-D9", "no serial port"},
         {rvpoll + "/dev/null --parity=x D0", "bad value 'x' for --parity"},
         {rvpoll + "/dev/null --format=float D0", "even number of registers"},
-        {rvpoll + "/dev/null D0 M0:float", "formats are for word areas"},
         {rvpoll + "/dev/null 1:D0 2:D0", "add --multi-station"},
         {rvpoll + "--lib='" DRIVER_PATH "' -a 1 -b 9600 -P none -l 5 -1 --port=/dev/null D0",
          "cannot open /dev/null: not a serial port"},
@@ -439,7 +428,6 @@ TEST(ToolsTest, BadInputGivesAClearMessageAndStatusTwo)
         {null + "--lib libm.so.6 D0", "lacks the entry point SetComInfo"},
         {null + "--lib " + otherQt + " D0", ", but rvpoll runs on Qt "},
         {rvsim + "--drop 0.6 --corrupt 0.6", "add up to more than 1"},
-        {rvsim + "--station 1,300", "bad value"},
     };
     for (const auto &c : cases) {
         const Result r = run(c.first);
@@ -487,19 +475,8 @@ TEST(ToolsTest, ARealSerialPortInLoopback)
         EXPECT_EQ(1, r.status) << r.err;  // a port that has the mode: polled, nothing answers
 }
 
-TEST(ToolsTest, VariableTextsAndFrameGaps)
+TEST(ToolsTest, FrameGaps)
 {
-    VarSpec v;
-    QString error;
-    ASSERT_TRUE(parseVarSpec("X0-X17", false, v, error));
-    EXPECT_EQ(16, v.count);  // octal 0..17
-    ASSERT_TRUE(parseVarSpec("2:HSC3-5", true, v, error));
-    EXPECT_EQ(std::vector<int>({2, 12, 3, 3}),
-              std::vector<int>({v.station, v.areaType, v.address, v.count}));
-    WriteSpec w;
-    ASSERT_TRUE(parseWriteSpec("D100=0x1234,-1", false, w, error));
-    EXPECT_EQ(QByteArray("\x34\x12\xFF\xFF", 4), writeBytes(w));
-
     // 3.5 characters between frames (11 bits for 8E1, 10 for 8N1), rounded
     // up to whole microseconds; 1750 us above 19200 baud.
     LinkSettings line;
