@@ -2,7 +2,9 @@
 // library by its soname, hands it a ComInfo record and one polled variable
 // (D0..D9), runs the communication loop on a serial port and prints the ten
 // registers after every complete scan. Usage:
-//   minimal_runtime /dev/ttyUSB0 [station] [baud] [library]
+//   minimal_runtime [--remote-link] /dev/ttyUSB0 [station] [baud] [library]
+// --remote-link sends request descriptions for a remote link (ComInfo
+// remoteLink) instead of controller frames.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <limits.h>
@@ -69,10 +71,12 @@ int openPort(const char *path, int baud)
 // pieces). Bytes that cannot start it, such as a late answer to an earlier
 // frame, are dropped. Returns the reply's length, 0 when none came whole
 // enough to hand over.
-int readReply(int fd, const QByteArray &request, int expected, QByteArray &reply)
+int readReply(int fd, const QByteArray &request, int expected, bool remote, QByteArray &reply)
 {
-    const rvreply::Expectation e = rvreply::expectReply(
-        reinterpret_cast<const unsigned char *>(request.constData()), request.size(), expected);
+    const unsigned char *sent = reinterpret_cast<const unsigned char *>(request.constData());
+    const rvreply::Expectation e = remote
+                                       ? rvreply::expectRemoteReply(sent, request.size(), expected)
+                                       : rvreply::expectReply(sent, request.size(), expected);
     reply.clear();
     char buf[256];
     pollfd p = {fd, POLLIN, 0};
@@ -99,8 +103,15 @@ void onOnceRead(int, int, int, int) {}  // no one-off reads are queued here
 
 int main(int argc, char **argv)
 {
+    const bool remote = argc > 1 && std::strcmp(argv[1], "--remote-link") == 0;
+    if (remote) {
+        --argc;
+        ++argv;
+    }
     if (argc < 2)
-        return std::fprintf(stderr, "usage: %s DEVICE [station] [baud] [library]\n", argv[0]), 2;
+        return std::fprintf(stderr, "usage: %s [--remote-link] DEVICE [station] [baud] [library]\n",
+                            argv[0]),
+               2;
     const int station = argc > 2 ? std::atoi(argv[2]) : 1;
     const int baud = argc > 3 ? std::atoi(argv[3]) : 19200;
     const char *path = argc > 4 ? argv[4] : "libQuorvel_RV_Series.so.1";
@@ -127,6 +138,7 @@ int main(int argc, char **argv)
     info.defaultStation = station;
     info.retryLimit = 2;
     info.writeMode = 2;
+    info.remoteLink = remote ? 1 : 0;
     api.SetComInfo(&info);
     api.RegistCallBackFuncIntf(onOnceRead, 0);
     api.FlashLocalRegister(nullptr, nullptr, nullptr);
@@ -159,7 +171,7 @@ int main(int argc, char **argv)
             return 1;
         tcdrain(fd);
         const int got =
-            frame->replyLength == 0 ? 0 : readReply(fd, request, frame->replyLength, reply);
+            frame->replyLength == 0 ? 0 : readReply(fd, request, frame->replyLength, remote, reply);
         const RW_VAR *done = api.DataCom(&reply, got);
         if (done->result != 0 && done->result != 1 && done->result != 100)
             std::printf("request given up, code %d\n", done->result);
