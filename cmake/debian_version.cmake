@@ -13,7 +13,7 @@ if(NOT rv_changelog_top MATCHES "^[^ ]+ \\(([0-9]+:)?([^ )]+)-[^- )]+\\)")
 endif()
 if(NOT CMAKE_MATCH_2 STREQUAL PROJECT_VERSION)
   message(FATAL_ERROR "debian/changelog is at ${CMAKE_MATCH_2}, project(VERSION) at "
-    "${PROJECT_VERSION}: a release changes both (dch -v ${PROJECT_VERSION}-1)")
+    "${PROJECT_VERSION}: a release changes both (project(VERSION) and dch -v <version>-1)")
 endif()
 
 file(STRINGS ${rv_control} rv_library_package REGEX "^Package: lib.*[0-9]$")
