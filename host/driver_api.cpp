@@ -64,3 +64,14 @@ void unloadDriver(DriverApi &api)
         dlclose(api.handle);
     api = DriverApi();
 }
+
+bool crcCloses(const DriverApi &api, const QByteArray &frame)
+{
+    const int n = frame.size();
+    if (n < 3)
+        return false;
+    QByteArray bytes = frame;  // CalCRC takes a writable buffer
+    const int crc = api.CalCRC(reinterpret_cast<unsigned char *>(bytes.data()),
+                               static_cast<unsigned short>(n - 2));
+    return crc == (uchar(bytes.at(n - 2)) | uchar(bytes.at(n - 1)) << 8);
+}

@@ -34,4 +34,8 @@ extern const char *const kDriverSoname;
 bool loadDriver(const std::string &path, DriverApi &api, std::string &error);
 void unloadDriver(DriverApi &api);
 
+// Whether a frame's last two bytes hold the CRC of the rest, by the driver's
+// own CalCRC; false for fewer than 3 bytes.
+bool crcCloses(const DriverApi &api, const QByteArray &frame);
+
 #endif

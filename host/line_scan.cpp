@@ -27,16 +27,6 @@ QByteArray probeFrame(const DriverApi &api, int station)
     return f;
 }
 
-bool crcGood(const DriverApi &api, QByteArray reply)
-{
-    const int n = reply.size();
-    if (n < 4)
-        return false;
-    const int crc = api.CalCRC(reinterpret_cast<unsigned char *>(reply.data()),
-                               static_cast<unsigned short>(n - 2));
-    return crc == (uchar(reply.at(n - 2)) | uchar(reply.at(n - 1)) << 8);
-}
-
 }  // namespace
 
 bool parseNumberList(const QString &text, int low, int high, std::vector<int> &out)
@@ -114,7 +104,7 @@ ScanResult scanLine(const DriverApi &api, const LinkSettings &line, const ScanSe
                 c.otherStation += x.otherStation;
                 if (x.outcome == Exchange::Cut) {
                     ++c.cut;
-                } else if (x.outcome == Exchange::Answered && !crcGood(api, x.reply)) {
+                } else if (x.outcome == Exchange::Answered && !crcCloses(api, x.reply)) {
                     c.noise += x.reply.size();
                 } else if (x.outcome == Exchange::Answered) {
                     ScanFind f;

@@ -12,7 +12,6 @@ struct PollStats {
     long long givenUp = 0;         // requests that ran out of retries
     long long scans = 0;           // complete passes over the read list
     long long linkLost = 0;        // times the port failed and was reopened
-    long long screened = 0;        // replies that did not answer their frame
     long long reopenAttempts = 0;  // failed attempts to reopen a lost port
     bool linkUp = true;
     int lastCode = -1;  // result code of the last finished request

@@ -177,14 +177,9 @@ DriverVerdict verdictOf(const DriverApi &api, const Exchange &x, int code)
 {
     if (code == 1 || code == 100)
         return DriverVerdict::Accepted;
-    const int n = x.reply.size();
-    if (x.outcome != Exchange::Answered || n < 3 || exceptionOf(x) >= 0)
+    if (x.outcome != Exchange::Answered || x.reply.size() < 3 || exceptionOf(x) >= 0)
         return DriverVerdict::Rejected;
-    QByteArray bytes = x.reply;
-    const int crc = api.CalCRC(reinterpret_cast<unsigned char *>(bytes.data()),
-                               static_cast<unsigned short>(n - 2));
-    const int sent = uchar(bytes.at(n - 2)) | uchar(bytes.at(n - 1)) << 8;
-    return crc != sent ? DriverVerdict::BadCrc : DriverVerdict::Rejected;
+    return crcCloses(api, x.reply) ? DriverVerdict::Rejected : DriverVerdict::BadCrc;
 }
 
 }  // namespace

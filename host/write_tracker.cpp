@@ -21,6 +21,11 @@ WriteTracker::WriteTracker(const DriverApi &api, int defaultStation, bool multiS
       requeueLimit_(requeueLimit)
 {}
 
+QString WriteTracker::replacedBy(const Entry &newer)
+{
+    return "replaced by a newer write, " + newer.text + ", before it landed";
+}
+
 bool WriteTracker::overlap(const Entry &a, const Entry &b)
 {
     const VarSpec &x = a.write.target, &y = b.write.target;
@@ -45,7 +50,7 @@ bool WriteTracker::queue(const WriteSpec &w, QString &message)
         if (old.outcome != Pending || !overlap(old, entries_[index]))
             continue;
         if (old.waiting)
-            finish(old, Dropped, "replaced by a newer write, " + e.text + ", before it landed");
+            finish(old, Dropped, replacedBy(e));
         else
             old.newer = index;
     }
@@ -64,8 +69,7 @@ void WriteTracker::closeReplaced(int index)
         Entry &old = entries_[i];
         if (old.outcome == Pending && old.newer == index) {
             queuedParts_ -= old.parts - old.partsDone;
-            finish(old, Dropped,
-                   "replaced by a newer write, " + entries_.at(index).text + ", before it landed");
+            finish(old, Dropped, replacedBy(entries_.at(index)));
         }
     }
 }
@@ -158,9 +162,7 @@ RW_VAR *WriteTracker::dataCom(QByteArray *reply, const QString &line)
             // The give-up took the station's pending writes with it.
             queuedParts_ -= e.parts - e.partsDone;
             if (e.newer >= 0) {
-                finish(e, Dropped,
-                       "replaced by a newer write, " + entries_.at(e.newer).text +
-                           ", before it landed");
+                finish(e, Dropped, replacedBy(entries_.at(e.newer)));
             } else if (e.requeues < requeueLimit_) {
                 e.waiting = true;
                 lastEvent_ = "write " + e.text +

@@ -87,6 +87,7 @@ private:
     bool sameStation(int a, int b) const { return !multiStation_ || a == b; }
     // Whether the two writes touch a common element.
     static bool overlap(const Entry &a, const Entry &b);
+    static QString replacedBy(const Entry &newer);
     // Entries a finished write `e` (at `index`) replaced without their landing.
     void closeReplaced(int index);
 
