@@ -90,11 +90,13 @@ void LineStats::noteLate(int station, int bytes)
 
 namespace {
 
-// Each count of a station, as the summary words it and as its JSON key.
-const struct {
+// A count of a station, as the summary words it and as its JSON key.
+struct Count {
     const char *words, *key;
     long long StationLine::*count;
-} kCounts[] = {
+};
+
+const Count kCounts[] = {
     {"exchanges", "exchanges", &StationLine::exchanges},
     {"answered", "answered", &StationLine::answered},
     {"no answer", "no_answer", &StationLine::noAnswer},
@@ -106,10 +108,7 @@ const struct {
     {"asked again", "asked_again", &StationLine::askedAgain},
 };
 // Stray bytes, worded only where there are any.
-const struct {
-    const char *words, *key;
-    long long StationLine::*count;
-} kBytes[] = {
+const Count kBytes[] = {
     {"before requests", "stray_before", &StationLine::strayBefore},
     {"after replies", "stray_after", &StationLine::strayAfter},
     {"skipped", "skipped", &StationLine::skipped},
