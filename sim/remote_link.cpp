@@ -35,13 +35,12 @@ size_t shortest(uint8_t lengthByte)
     return n;
 }
 
-// The low 8 bits of the byte sum over the first n - 1 bytes.
+// The low 8 bits of the driver's byte sum over the first n - 1 bytes.
 unsigned sumBefore(const std::vector<uint8_t> &f, size_t n)
 {
-    unsigned sum = 0;
-    for (size_t i = 0; i + 1 < n; ++i)
-        sum += f[i];
-    return sum & 0xFF;
+    std::vector<uint8_t> bytes(f.begin(),
+                               f.begin() + long(n - 1));  // CalSUM takes a writable buffer
+    return unsigned(CalSUM(bytes.data(), static_cast<unsigned short>(n - 1))) & 0xFF;
 }
 
 std::string hexByte(unsigned b)
