@@ -154,7 +154,6 @@ TEST(SimTest, OptionFormsNotesAndErrorTexts)
         {"--parity x", "bad value 'x' for --parity"},
         {"--bogus", "unknown option --bogus"},
         {"--baud", "--baud needs a value"},
-        {"--port /nonexist", "cannot open /nonexist: No such file or directory\n<2>"},
         {"--refuse D7990-D8010", "'D7990-D8010' runs past the end of area D (last element D7999)"},
         {"--data " + badData, badData + ":2: unknown area 'Q' in 'Q5'\n<2>"},
         {"--script ok,bogus", "bad value 'ok,bogus' for --script"},
