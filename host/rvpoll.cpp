@@ -18,11 +18,21 @@
 
 namespace {
 
-volatile sig_atomic_t g_interrupted = 0;
+// Set by SIGINT or SIGTERM: the run ends with what it has (a lock-free
+// atomic, so the handler may set it).
+std::atomic<bool> g_interrupted{false};
 
 void onSignal(int)
 {
-    g_interrupted = 1;
+    g_interrupted = true;
+}
+
+void catchStopSignals()
+{
+    struct sigaction sa = {};
+    sa.sa_handler = onSignal;
+    sigaction(SIGINT, &sa, nullptr);
+    sigaction(SIGTERM, &sa, nullptr);
 }
 
 // Times a write dropped by a give-up is queued again.
@@ -156,23 +166,13 @@ void onScan(View &v, long long scanLimit, const PollStats &s)
         show(v, s);
 }
 
-std::atomic<bool> g_stopScan{false};
-
-void onScanSignal(int)
-{
-    g_stopScan = true;
-}
-
 // rvpoll --scan: exit 0 when a station answered, 1 when none did.
 int scan(const PollOptions &o, const DriverApi &api)
 {
-    struct sigaction sa = {};
-    sa.sa_handler = onScanSignal;
-    sigaction(SIGINT, &sa, nullptr);
-    sigaction(SIGTERM, &sa, nullptr);
+    catchStopSignals();
     std::string error;
     const ScanResult r =
-        scanLine(api, o.link, o.scanSettings, isatty(2) ? stderr : nullptr, g_stopScan, error);
+        scanLine(api, o.link, o.scanSettings, isatty(2) ? stderr : nullptr, g_interrupted, error);
     if (r.combinations.isEmpty() && !error.empty())
         return fail(QString::fromStdString(error));
     printf("%s", renderScan(r, o.link.port, o.json).toLocal8Bit().constData());
@@ -245,10 +245,7 @@ int main(int argc, char **argv)
                 "rvpoll: station 0 is the broadcast address: every station takes its writes, "
                 "nothing can be read from it\n");
 
-    struct sigaction sa = {};
-    sa.sa_handler = onSignal;
-    sigaction(SIGINT, &sa, nullptr);
-    sigaction(SIGTERM, &sa, nullptr);
+    catchStopSignals();
 
     const long long scanLimit = o.once ? 1 : o.scans;
     View view;
