@@ -42,9 +42,6 @@ bool loadDriver(const std::string &path, DriverApi &api, std::string &error)
         {"ReCreatReadVarList", reinterpret_cast<void **>(&api.ReCreatReadVarList)},
         {"GetRegisterData", reinterpret_cast<void **>(&api.GetRegisterData)},
         {"SetRegisterData", reinterpret_cast<void **>(&api.SetRegisterData)},
-        // The driver's CRC, exported under its C++ name: rvpoll tells a bad
-        // CRC from other rejected replies with the very check the driver makes.
-        {"_Z6CalCRCPht", reinterpret_cast<void **>(&api.CalCRC)},
     };
     for (const Entry &e : entries) {
         dlerror();
@@ -63,15 +60,4 @@ void unloadDriver(DriverApi &api)
     if (api.handle)
         dlclose(api.handle);
     api = DriverApi();
-}
-
-bool crcCloses(const DriverApi &api, const QByteArray &frame)
-{
-    const int n = frame.size();
-    if (n < 3)
-        return false;
-    QByteArray bytes = frame;  // CalCRC takes a writable buffer
-    const int crc = api.CalCRC(reinterpret_cast<unsigned char *>(bytes.data()),
-                               static_cast<unsigned short>(n - 2));
-    return crc == (uchar(bytes.at(n - 2)) | uchar(bytes.at(n - 1)) << 8);
 }

@@ -5,7 +5,6 @@
 
 #include <string>
 
-#include "driver/checksum.h"
 #include "driver/quorvel_rv_series.h"
 
 struct DriverApi {
@@ -22,7 +21,6 @@ struct DriverApi {
     decltype(&::ReCreatReadVarList) ReCreatReadVarList = nullptr;
     decltype(&::GetRegisterData) GetRegisterData = nullptr;
     decltype(&::SetRegisterData) SetRegisterData = nullptr;
-    decltype(&::CalCRC) CalCRC = nullptr;
     void *handle = nullptr;
 };
 
@@ -33,9 +31,5 @@ extern const char *const kDriverSoname;
 // failure the library is closed again and `error` says what was missing.
 bool loadDriver(const std::string &path, DriverApi &api, std::string &error);
 void unloadDriver(DriverApi &api);
-
-// Whether a frame's last two bytes hold the CRC of the rest, by the driver's
-// own CalCRC; false for fewer than 3 bytes.
-bool crcCloses(const DriverApi &api, const QByteArray &frame);
 
 #endif

@@ -4,6 +4,7 @@
 #include <chrono>
 
 #include "line_stats.h"
+#include "link/rtu_frame.h"
 #include "poll_stats.h"
 
 namespace {
@@ -18,13 +19,9 @@ const char *parityName(char p)
 }
 
 // One register from D0 of `station`, which every controller has.
-QByteArray probeFrame(const DriverApi &api, int station)
+rvlink::Bytes probeFrame(int station)
 {
-    QByteArray f;
-    f.append(char(station)).append('\x03').append('\0').append('\0').append('\0').append('\x01');
-    const int crc = api.CalCRC(reinterpret_cast<unsigned char *>(f.data()), 6);
-    f.append(char(crc & 0xFF)).append(char((crc >> 8) & 0xFF));
-    return f;
+    return rvlink::readRequest(station, rvlink::ReadRegisters, 0, 1);
 }
 
 }  // namespace
@@ -49,17 +46,16 @@ bool parseNumberList(const QString &text, int low, int high, std::vector<int> &o
 int scanTimeoutMs(const LinkSettings &line)
 {
     const int bytes = 8 + 7;  // the request and a one-register reply
-    return (bytes * bitsPerCharacter(line) * 1000 + line.baud - 1) / line.baud + kTurnaroundMs;
+    return int((rvlink::wireTimeUs(line.format(), bytes) + 999) / 1000) + kTurnaroundMs;
 }
 
-ScanResult scanLine(const DriverApi &api, const LinkSettings &line, const ScanSettings &scan,
-                    FILE *progress, const std::atomic<bool> &stop, std::string &error)
+ScanResult scanLine(const LinkSettings &line, const ScanSettings &scan, FILE *progress,
+                    const std::atomic<bool> &stop, std::string &error)
 {
     typedef std::chrono::steady_clock Clock;
     const Clock::time_point started = Clock::now();
     ScanResult r;
     r.total = int(scan.bauds.size() * scan.parities.size());
-    SerialLink link;
     for (size_t b = 0; b < scan.bauds.size() && !stop; ++b) {
         for (size_t p = 0; p < scan.parities.size() && !stop; ++p) {
             LinkSettings settings = line;
@@ -69,9 +65,11 @@ ScanResult scanLine(const DriverApi &api, const LinkSettings &line, const ScanSe
             settings.timeoutMs = scan.timeoutMs > 0 ? scan.timeoutMs : scanTimeoutMs(settings);
             settings.byteTimeoutMs = settings.timeoutMs;
             // Another station's late reply is skipped by its station byte, so
-            // the scan need not wait for the line to settle after silence.
-            settings.settleMs = 0;
-            if (!link.open(settings, error))
+            // the scan need not wait past the timeout after silence.
+            settings.windowMs = settings.timeoutMs;
+            rvlink::SerialPort port(settings.portSettings());
+            rvlink::Line link(port, settings.lineOptions());
+            if (!port.open(error))
                 return r;
             ScanCombination c;
             c.baud = settings.baud;
@@ -92,9 +90,9 @@ ScanResult scanLine(const DriverApi &api, const LinkSettings &line, const ScanSe
                             r.finds.size() + c.finds);
                     fflush(progress);
                 }
-                const Exchange x = link.exchange(probeFrame(api, scan.stations[s]), 7);
+                const rvlink::Exchange x = link.exchange(probeFrame(scan.stations[s]), 7);
                 ++c.asked;
-                if (x.outcome == Exchange::Lost) {
+                if (x.outcome == rvlink::Exchange::Lost) {
                     r.linkLost = true;
                     error = "link to " + line.port + " lost during the scan";
                     r.combinations.append(c);
@@ -102,11 +100,12 @@ ScanResult scanLine(const DriverApi &api, const LinkSettings &line, const ScanSe
                 }
                 c.noise += x.skipped + x.strayBefore + x.strayAfter + x.late;
                 c.otherStation += x.otherStation;
-                if (x.outcome == Exchange::Cut) {
+                if (x.outcome == rvlink::Exchange::Cut) {
                     ++c.cut;
-                } else if (x.outcome == Exchange::Answered && !crcCloses(api, x.reply)) {
-                    c.noise += x.reply.size();
-                } else if (x.outcome == Exchange::Answered) {
+                } else if (x.outcome == rvlink::Exchange::Answered &&
+                           !rvlink::crcCloses(x.reply.data(), x.reply.size())) {
+                    c.noise += int(x.reply.size());
+                } else if (x.outcome == rvlink::Exchange::Answered) {
                     ScanFind f;
                     f.baud = c.baud;
                     f.parity = c.parity;
@@ -119,7 +118,7 @@ ScanResult scanLine(const DriverApi &api, const LinkSettings &line, const ScanSe
                 }
             }
             r.combinations.append(c);
-            link.close();
+            port.close();
             if (c.finds > 0 && !scan.all) {
                 r.seconds = std::chrono::duration<double>(Clock::now() - started).count();
                 r.interrupted = stop;

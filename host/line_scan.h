@@ -12,8 +12,7 @@
 #include <atomic>
 #include <vector>
 
-#include "driver_api.h"
-#include "serial_link.h"
+#include "link_settings.h"
 
 struct ScanSettings {
     std::vector<int> bauds{9600, 19200, 38400, 57600, 115200};
@@ -56,11 +55,10 @@ bool parseNumberList(const QString &text, int low, int high, std::vector<int> &o
 // reply's wire time and a turnaround.
 int scanTimeoutMs(const LinkSettings &line);
 
-// Runs the scan on `line.port` with the driver's CRC. Progress lines go to
-// `progress` when it is set; `stop` ends the scan after the exchange under
-// way.
-ScanResult scanLine(const DriverApi &api, const LinkSettings &line, const ScanSettings &scan,
-                    FILE *progress, const std::atomic<bool> &stop, std::string &error);
+// Runs the scan on `line.port`. Progress lines go to `progress` when it is
+// set; `stop` ends the scan after the exchange under way.
+ScanResult scanLine(const LinkSettings &line, const ScanSettings &scan, FILE *progress,
+                    const std::atomic<bool> &stop, std::string &error);
 
 // The report: a table of finds with the command that polls each, and the
 // combinations that showed the marks of a wrong setting; or JSON, an object

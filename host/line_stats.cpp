@@ -19,30 +19,34 @@ const size_t kRttSamples = 65536;
 
 }  // namespace
 
-int exceptionOf(const Exchange &x)
+int exceptionOf(const rvlink::Exchange &x)
 {
-    return x.outcome == Exchange::Answered && x.reply.size() == 5 && (uchar(x.reply.at(1)) & 0x80)
-               ? uchar(x.reply.at(2))
+    return x.outcome == rvlink::Exchange::Answered && x.reply.size() == 5 &&
+                   rvlink::isException(x.reply[1])
+               ? x.reply[2]
                : -1;
 }
 
-QString describeExchange(const Exchange &x, DriverVerdict verdict)
+QString describeExchange(const rvlink::Exchange &x, DriverVerdict verdict)
 {
     switch (x.outcome) {
-    case Exchange::Lost: return "link lost";
-    case Exchange::Broadcast: return "broadcast, no answer expected";
-    case Exchange::Cut:
+    case rvlink::Exchange::Lost: return "link lost";
+    case rvlink::Exchange::Broadcast: return "broadcast, no answer expected";
+    case rvlink::Exchange::Cut:
         return QString("cut short (%1 of %2 bytes, then silent %3 ms)")
             .arg(x.reply.size())
             .arg(x.expected)
             .arg(x.silenceMs, 0, 'f', 0);
-    case Exchange::NoAnswer:
+    case rvlink::Exchange::NoAnswer:
         if (x.otherStation > 0)
             return "a reply of another station";
-        if (x.otherFunction > 0)
+        if (x.otherFrame > 0)
             return "a reply to another frame";
         return x.skipped > 0 ? QString("only noise (%1 bytes)").arg(x.skipped) : "no answer";
-    case Exchange::Answered: break;
+    case rvlink::Exchange::Unconfirmed:
+        return "not confirmed: the reply could be a stray copy (" +
+               QString::fromStdString(x.doubt) + ")";
+    case rvlink::Exchange::Answered: break;
     }
     if (exceptionOf(x) >= 0)
         return exceptionMeaning(exceptionOf(x));
@@ -51,7 +55,7 @@ QString describeExchange(const Exchange &x, DriverVerdict verdict)
     return verdict == DriverVerdict::Accepted ? "answered" : "a reply the driver rejected";
 }
 
-void LineStats::note(int station, const Exchange &x, DriverVerdict verdict)
+void LineStats::note(int station, const rvlink::Exchange &x, DriverVerdict verdict)
 {
     StationLine &s = stations_[station];
     ++s.exchanges;
@@ -60,12 +64,15 @@ void LineStats::note(int station, const Exchange &x, DriverVerdict verdict)
     s.skipped += x.skipped;
     s.late += x.late;
     s.otherStation += x.otherStation;
-    s.otherFunction += x.otherFunction;
-    s.askedAgain += x.askedAgain ? 1 : 0;
+    s.otherFrame += x.otherFrame;
+    s.doubted += x.doubted ? 1 : 0;
+    s.confirmed += x.confirmed ? 1 : 0;
+    s.checks += x.checks;
     switch (x.outcome) {
-    case Exchange::NoAnswer: ++s.noAnswer; return;
-    case Exchange::Cut: ++s.cut; return;
-    case Exchange::Answered: break;
+    case rvlink::Exchange::NoAnswer: ++s.noAnswer; return;
+    case rvlink::Exchange::Cut: ++s.cut; return;
+    case rvlink::Exchange::Unconfirmed: ++s.unconfirmed; return;
+    case rvlink::Exchange::Answered: break;
     default: return;
     }
     const int exception = exceptionOf(x);
@@ -104,8 +111,11 @@ const Count kCounts[] = {
     {"bad CRC", "bad_crc", &StationLine::badCrc},
     {"exceptions", "exceptions", &StationLine::exceptions},
     {"of another station", "other_station", &StationLine::otherStation},
-    {"to another frame", "other_frame", &StationLine::otherFunction},
-    {"asked again", "asked_again", &StationLine::askedAgain},
+    {"to another frame", "other_frame", &StationLine::otherFrame},
+    {"doubted", "doubted", &StationLine::doubted},
+    {"confirmed", "confirmed", &StationLine::confirmed},
+    {"not confirmed", "not_confirmed", &StationLine::unconfirmed},
+    {"confirming reads", "confirming_reads", &StationLine::checks},
 };
 // Stray bytes, worded only where there are any.
 const Count kBytes[] = {
@@ -188,10 +198,10 @@ QStringList LineStats::hints() const
         cut += s.cut;
         late += s.late;
         // Skipped bytes with no other station's reply among them are noise.
-        noise += s.badCrc + s.otherFunction + (s.skipped > 0 && s.otherStation == 0 ? 1 : 0);
-        // Asking again is no sign by itself: blocks holding the same values
-        // look alike. Bytes that came when nothing was asked are.
-        repeats += s.strayBefore;
+        noise += s.badCrc + s.otherFrame + (s.skipped > 0 && s.otherStation == 0 ? 1 : 0);
+        // A doubt is no sign by itself: blocks holding the same values look
+        // alike. Bytes that came when nothing was asked are.
+        repeats += s.strayBefore + s.unconfirmed;
     }
     QStringList hints;
     if (cut > 0 && late > 0)

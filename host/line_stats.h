@@ -9,21 +9,23 @@
 #include <QStringList>
 #include <vector>
 
-#include "serial_link.h"
+#include "link/line.h"
+#include "link/rtu_frame.h"
 
 // The driver's verdict on an exchange, where the line alone cannot tell.
 enum class DriverVerdict { Accepted, BadCrc, Rejected };
 
 // One line for a failed exchange: "no answer", "cut short (7 of 25 bytes,
 // then silent 500 ms)", "bad CRC", "exception 0x02 (illegal data address)".
-QString describeExchange(const Exchange &x, DriverVerdict verdict);
+QString describeExchange(const rvlink::Exchange &x, DriverVerdict verdict);
 
 // The exception code of an exception reply, or -1.
-int exceptionOf(const Exchange &x);
+int exceptionOf(const rvlink::Exchange &x);
 
 struct StationLine {
     long long exchanges = 0, answered = 0, noAnswer = 0, cut = 0, badCrc = 0, exceptions = 0;
-    long long otherStation = 0, otherFunction = 0, askedAgain = 0;
+    long long otherStation = 0, otherFrame = 0;
+    long long doubted = 0, confirmed = 0, unconfirmed = 0, checks = 0;
     long long strayBefore = 0, strayAfter = 0, skipped = 0, late = 0;  // bytes
     QMap<int, long long> exceptionCodes;
     std::vector<float> rttMs;  // answered exchanges
@@ -31,7 +33,7 @@ struct StationLine {
 
 class LineStats {
 public:
-    void note(int station, const Exchange &x, DriverVerdict verdict);
+    void note(int station, const rvlink::Exchange &x, DriverVerdict verdict);
     // Bytes discarded while the line settled after the driver rejected a reply.
     void noteLate(int station, int bytes);
     bool empty() const { return stations_.isEmpty(); }

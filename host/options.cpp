@@ -4,7 +4,7 @@
 #include <QStringList>
 
 #include "localarea/areas.h"
-#include "tool_cli.h"
+#include "common/tool_cli.h"
 
 namespace {
 
@@ -20,7 +20,7 @@ bool parseParities(const std::string &text, std::vector<char> &out)
     out.clear();
     const QStringList items = QString::fromStdString(text).split(',');
     for (int i = 0; i < items.size(); ++i) {
-        const char p = parityByName(items.at(i).trimmed());
+        const char p = parityByName(items.at(i).trimmed().toStdString());
         if (!p)
             return false;
         out.push_back(p);
@@ -35,18 +35,6 @@ bool looksLikePort(const QString &arg)
 }
 
 }  // namespace
-
-char parityByName(const QString &text)
-{
-    const QString p = text.toLower();
-    if (p == "n" || p == "none")
-        return 'N';
-    if (p == "e" || p == "even")
-        return 'E';
-    if (p == "o" || p == "odd")
-        return 'O';
-    return 0;
-}
 
 const char *versionText()
 {
@@ -149,8 +137,9 @@ bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
     CLI::App app("rvpoll");
     setUpToolCli(app, {opts.help, opts.version, opts.quiet, opts.verbose});
 
-    std::string linkNo, port, baud, parity, data, stop, timeout, byteTimeout, gap, rtsBefore,
-        rtsAfter, station, retries, block, lib, varsFile, scans, duration, interval, format;
+    std::string linkNo, port, baud, parity, data, stop, timeout, byteTimeout, window, gap,
+        rtsBefore, rtsAfter, station, retries, block, lib, varsFile, scans, duration, interval,
+        format;
     std::vector<std::string> writes;
     bool hex = false, noRequeue = false;
     app.add_flag("-1,--once", opts.once);
@@ -179,6 +168,7 @@ bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
     app.add_option("-s,--stop", stop);
     app.add_option("--timeout-ms", timeout);
     app.add_option("--byte-timeout-ms", byteTimeout);
+    app.add_option("--late-window-ms", window);
     app.add_option("--gap-ms", gap);
     app.add_option("--rts-delay-before", rtsBefore);
     app.add_option("--rts-delay-after", rtsAfter);
@@ -215,12 +205,14 @@ bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
     int n = 0;
     const Check checks[] = {
         {"--baud", baud, baud.empty() || toInt(baud, 50, 4000000, opts.link.baud)},
-        {"--parity", parity, parity.empty() || parityByName(QString::fromStdString(parity)) != 0},
+        {"--parity", parity, parity.empty() || parityByName(parity) != 0},
         {"--data", data, data.empty() || toInt(data, 7, 8, opts.link.dataBits)},
         {"--stop", stop, stop.empty() || toInt(stop, 1, 2, opts.link.stopBits)},
         {"--timeout-ms", timeout, timeout.empty() || toInt(timeout, 1, 60000, opts.link.timeoutMs)},
         {"--byte-timeout-ms", byteTimeout,
          byteTimeout.empty() || toInt(byteTimeout, 1, 60000, opts.link.byteTimeoutMs)},
+        {"--late-window-ms", window,
+         window.empty() || toInt(window, 1, 600000, opts.link.windowMs)},
         {"--gap-ms", gap,
          gap.empty() || (toInt(gap, 0, 10000, n) && (opts.link.gapUs = n * 1000) >= 0)},
         {"--rts-delay-before", rtsBefore,
@@ -259,7 +251,7 @@ bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
         return false;
     }
     if (!parity.empty())
-        opts.link.parity = parityByName(QString::fromStdString(parity));
+        opts.link.parity = parityByName(parity);
     if (!rtsBefore.empty() || !rtsAfter.empty())
         opts.link.rs485 = true;
     QString formatError;
@@ -304,19 +296,29 @@ bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
             return false;
         }
     }
-    // Variables that name several stations poll several stations.
-    for (int i = 1; !opts.multiStation && i < opts.vars.size(); ++i) {
-        if (opts.vars.at(i).station != opts.vars.at(0).station) {
-            error = "variables name several stations: add --multi-station";
-            return false;
-        }
-    }
     for (const std::string &text : writes) {
         WriteSpec w;
         if (!parseWriteSpec(QString::fromLocal8Bit(text.c_str()), opts.multiStation, w, error,
                             opts.format))
             return false;
         opts.writes.append(w);
+    }
+    // One station without --multi-station: a station prefix would be
+    // silently replaced by it, so it is refused with the way to get it.
+    QList<const VarSpec *> targets;
+    for (const VarSpec &v : opts.vars)
+        targets << &v;
+    for (const WriteSpec &w : opts.writes)
+        targets << &w.target;
+    for (const VarSpec *v : targets) {
+        if (!opts.multiStation && v->station != 0) {
+            error = QString("%1:%2 names station %1: without --multi-station every element "
+                            "is station %3's (-a); use -a %1, or --multi-station")
+                        .arg(v->station)
+                        .arg(elementName(v->areaType, v->address))
+                        .arg(opts.station);
+            return false;
+        }
     }
     if (!timeout.empty())
         opts.scanSettings.timeoutMs = opts.link.timeoutMs;

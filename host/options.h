@@ -6,9 +6,9 @@
 #include <QString>
 #include <string>
 
+#include "common/varspec.h"
 #include "line_scan.h"
-#include "serial_link.h"
-#include "varspec.h"
+#include "link_settings.h"
 
 struct PollOptions {
     LinkSettings link;
@@ -43,7 +43,5 @@ bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error);
 const char *usageText();
 // "rvpoll (Quorvel RV tools) 1.0.0".
 const char *versionText();
-// 'N', 'E' or 'O' for none|even|odd or N|E|O in either case; 0 otherwise.
-char parityByName(const QString &text);
 
 #endif

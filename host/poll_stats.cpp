@@ -70,9 +70,12 @@ QString statusLine(const PollStats &s)
 
 QString summaryLine(const PollStats &s)
 {
-    const long long received = s.repliesGood;
+    // Received is every whole reply, a controller's refusal included; loss
+    // is what did not answer at all, broadcasts aside (no one answers them).
+    const long long received = s.repliesHeard;
     const long long errors = s.repliesBad;
-    const double loss = s.framesSent > 0 ? 100.0 * (s.framesSent - received) / s.framesSent : 0.0;
+    const long long asked = s.framesSent - s.broadcasts;
+    const double loss = asked > 0 ? 100.0 * double(asked - received) / double(asked) : 0.0;
     return QString("%1 frames transmitted, %2 received, %3 errors, %4% frame loss")
         .arg(s.framesSent)
         .arg(received)

@@ -5,7 +5,9 @@
 #include <QString>
 
 struct PollStats {
-    long long framesSent = 0;      // frames written to the line
+    long long framesSent = 0;      // frames written to the line, confirming reads included
+    long long broadcasts = 0;      // of those, frames no one answers
+    long long repliesHeard = 0;    // whole replies read off the line, exceptions included
     long long repliesGood = 0;     // replies the driver accepted
     long long repliesBad = 0;      // replies the driver rejected (retried or given up)
     long long retries = 0;         // frames the driver asked to send again

@@ -6,7 +6,8 @@
 #include <chrono>
 
 #include "localarea/areas.h"
-#include "remote_frame.h"
+#include "common/remote_text.h"
+#include "link/rtu_frame.h"
 
 namespace {
 
@@ -25,16 +26,27 @@ bool isCyclic(const RW_VAR *r)
 
 }  // namespace
 
-Poller::Poller(const DriverApi &api, WriteTracker &writes, const LinkSettings &link, int blocks,
-               bool trace, int intervalMs)
+Poller::Poller(const DriverApi &api, WriteTracker &writes, ComInfo *info, const LinkSettings &link,
+               int blocks, bool trace, int intervalMs)
     : api_(api),
       writes_(writes),
+      info_(info),
       settings_(link),
+      port_(link.portSettings()),
+      line_(port_, link.lineOptions()),
       blocks_(blocks > 0 ? blocks : 1),
       trace_(trace),
       intervalMs_(intervalMs)
 {
-    link_.setTrace(trace ? stderr : nullptr);
+    line_.setTrace(trace ? stderr : nullptr);
+}
+
+bool Poller::openLink(std::string &error)
+{
+    if (!port_.open(error))
+        return false;
+    line_.restart();
+    return true;
 }
 
 void Poller::start()
@@ -52,7 +64,7 @@ void Poller::stop()
     scanDone_.notify_all();
     if (thread_.joinable())
         thread_.join();
-    link_.close();
+    port_.close();
 }
 
 PollStats Poller::stats() const
@@ -96,15 +108,15 @@ long long Poller::waitScan(long long seen, int timeoutMs)
 LineStats Poller::lineStats() const
 {
     std::lock_guard<std::mutex> lock(mutex_);
-    return line_;
+    return lineStats_;
 }
 
 bool Poller::ensureLink()
 {
-    if (link_.isOpen())
+    if (port_.isOpen())
         return true;
     std::string error;
-    if (link_.open(settings_, error)) {
+    if (openLink(error)) {
         backoffMs_ = 250;
         std::lock_guard<std::mutex> lock(mutex_);
         stats_.linkUp = true;
@@ -170,16 +182,17 @@ void Poller::run()
 namespace {
 
 // The driver's verdict on a reply it was handed: accepted, rejected for its
-// CRC, or rejected otherwise (an exception reply, a length it did not ask
-// for). A retried reply carries no code of its own, so the CRC is checked
-// here with the driver's own function.
-DriverVerdict verdictOf(const DriverApi &api, const Exchange &x, int code)
+// CRC, or rejected otherwise (an exception reply, one not confirmed). A
+// retried reply carries no code of its own, so the CRC is checked here with
+// the driver's own function.
+DriverVerdict verdictOf(const rvlink::Exchange &x, int code)
 {
     if (code == 1 || code == 100)
         return DriverVerdict::Accepted;
-    if (x.outcome != Exchange::Answered || x.reply.size() < 3 || exceptionOf(x) >= 0)
+    if (x.outcome != rvlink::Exchange::Answered || x.reply.size() < 3 || exceptionOf(x) >= 0)
         return DriverVerdict::Rejected;
-    return crcCloses(api, x.reply) ? DriverVerdict::Rejected : DriverVerdict::BadCrc;
+    return rvlink::crcCloses(x.reply.data(), x.reply.size()) ? DriverVerdict::Rejected
+                                                             : DriverVerdict::BadCrc;
 }
 
 }  // namespace
@@ -188,25 +201,27 @@ bool Poller::exchange(Protocol *p)
 {
     // The frame belongs to the driver and is gone after DataCom: copy first.
     const int length = p->sendLength < p->frame.size() ? p->sendLength : p->frame.size();
-    const QByteArray frame = p->frame.left(length > 0 ? length : 0);
+    const rvlink::Bytes frame = rvlink::bytesOf(p->frame.constData(), size_t(std::max(length, 0)));
     const int replyLength = p->replyLength;
     const int station = p->var.station;
 
-    RemoteFrame remote;
+    rvlink::RemoteRequest remote;
     if (trace_ && settings_.remoteFrames &&
-        parseRemoteFrame(reinterpret_cast<const uchar *>(frame.constData()), frame.size(), remote))
-        fprintf(stderr, "         %s\n", describeRemoteFrame(remote).toLocal8Bit().constData());
-    Exchange x = link_.exchange(frame, replyLength);
-    if (x.outcome == Exchange::Lost) {
+        rvlink::parseRemoteRequest(frame.data(), frame.size(), remote))
+        fprintf(stderr, "         %s\n", describeRemoteRequest(remote).toLocal8Bit().constData());
+    const rvlink::Exchange x = line_.exchange(frame, replyLength);
+    if (x.outcome == rvlink::Exchange::Lost) {
         if (linkMessages_)
             fprintf(stderr, "rvpoll: link to %s lost, reopening\n", settings_.port.c_str());
-        link_.close();
-        x.reply.clear();
+        port_.close();
     }
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        ++stats_.framesSent;
-        if (x.outcome == Exchange::Lost) {
+        stats_.framesSent += x.framesSent;
+        stats_.repliesHeard += x.repliesHeard;
+        if (x.outcome == rvlink::Exchange::Broadcast)
+            ++stats_.broadcasts;
+        if (x.outcome == rvlink::Exchange::Lost) {
             ++stats_.linkLost;
             stats_.linkUp = false;
             // Nothing read before is known to hold any longer.
@@ -220,30 +235,45 @@ bool Poller::exchange(Protocol *p)
         lastBlock_ = -1;
     }
 
+    // Only a reply taken as this frame's goes to the driver; one that may
+    // be a stray copy and was not confirmed counts as none.
+    QByteArray reply;
+    if (x.outcome != rvlink::Exchange::Unconfirmed && x.outcome != rvlink::Exchange::Lost)
+        reply = QByteArray(reinterpret_cast<const char *>(x.reply.data()), int(x.reply.size()));
     // What the line did, should the driver turn the reply down.
-    const QString failure = describeExchange(x, verdictOf(api_, x, -1));
-    RW_VAR *r = writes_.dataCom(&x.reply, failure);
+    const QString failure = describeExchange(x, verdictOf(x, -1));
+    RW_VAR *r = writes_.dataCom(&reply, failure);
     const int code = r ? r->result : -1;
-    const DriverVerdict verdict = verdictOf(api_, x, code);
-    // A reply the driver turned down may be followed by the rest of a
-    // longer one, or by a late one: let the line settle before the next.
-    if (x.outcome == Exchange::Answered && verdict != DriverVerdict::Accepted) {
-        const int late = link_.settle();
-        std::lock_guard<std::mutex> lock(mutex_);
-        line_.noteLate(station, late);
-    }
-    if (trace_ && x.outcome != Exchange::Broadcast &&
-        (x.outcome != Exchange::Answered || verdict != DriverVerdict::Accepted || x.askedAgain ||
-         x.strayBefore > 0))
+    const DriverVerdict verdict = verdictOf(x, code);
+    // The driver counts failures since its last give-up; a good reply starts
+    // the count afresh, so --retries N is N retries of each request.
+    if ((code == 1 || code == 100) && info_)
+        info_->retryCount = 0;
+    if (trace_ && x.outcome != rvlink::Exchange::Broadcast &&
+        (x.outcome != rvlink::Exchange::Answered || verdict != DriverVerdict::Accepted ||
+         x.doubted || x.strayBefore > 0))
         fprintf(stderr, "         %s%s%s\n", describeExchange(x, verdict).toLocal8Bit().constData(),
-                x.askedAgain ? ", asked again: the first reply could repeat the one before" : "",
+                x.confirmed ? QString(", doubted (%1), confirmed by %2 read%3")
+                                  .arg(QString::fromStdString(x.doubt))
+                                  .arg(x.checks)
+                                  .arg(x.checks == 1 ? "" : "s")
+                                  .toLocal8Bit()
+                                  .constData()
+                            : "",
                 x.strayBefore > 0 ? ", stray bytes before the request" : "");
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        if (x.outcome != Exchange::Lost && x.outcome != Exchange::Broadcast)
-            line_.note(station, x, verdict);
+        if (x.outcome != rvlink::Exchange::Lost && x.outcome != rvlink::Exchange::Broadcast)
+            lineStats_.note(station, x, verdict);
     }
-    const bool scanComplete = finished(r, code, x, verdict);
+    bool scanComplete = finished(r, code, x, verdict);
+    // A scan's values are shown once it is complete: bytes arriving just
+    // after its last reply put that reply in doubt before anyone sees it.
+    if (scanComplete && line_.listen() > 0) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (lastBlock_ >= 0 && lastBlock_ < blockStates_.size())
+            blockStates_[lastBlock_].doubted = true;
+    }
     if (replyLength == 0) {
         // Broadcast: nobody answers; give the stations time to act on it.
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
@@ -266,7 +296,7 @@ BlockState *Poller::blockAt(int station, int areaType, int address)
     return &blockStates_.last();
 }
 
-void Poller::noteBlock(const RW_VAR &r, int code, const Exchange &x, DriverVerdict verdict)
+void Poller::noteBlock(const RW_VAR &r, int code, const rvlink::Exchange &x, DriverVerdict verdict)
 {
     // Bit areas are read as whole bytes of 8 elements. The driver keeps
     // nothing past an area's end, so a block's values stop there even when
@@ -288,7 +318,7 @@ void Poller::noteBlock(const RW_VAR &r, int code, const Exchange &x, DriverVerdi
     }
 }
 
-bool Poller::finished(const RW_VAR *r, int code, const Exchange &x, DriverVerdict verdict)
+bool Poller::finished(const RW_VAR *r, int code, const rvlink::Exchange &x, DriverVerdict verdict)
 {
     bool scanComplete = false;
     {

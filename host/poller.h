@@ -15,7 +15,7 @@
 #include "driver_api.h"
 #include "line_stats.h"
 #include "poll_stats.h"
-#include "serial_link.h"
+#include "link_settings.h"
 #include "write_tracker.h"
 
 // One block read of the driver's cyclic list and how its last read ended.
@@ -48,11 +48,14 @@ class Poller {
 public:
     // `blocks` is the number of block reads in the driver's read list: that
     // many finished cyclic reads make one scan.
-    Poller(const DriverApi &api, WriteTracker &writes, const LinkSettings &link, int blocks,
-           bool trace, int intervalMs);
+    // `info` is the runtime's record the driver was given: after a good
+    // reply its retry count starts afresh, so each request gets its own
+    // retries.
+    Poller(const DriverApi &api, WriteTracker &writes, ComInfo *info, const LinkSettings &link,
+           int blocks, bool trace, int intervalMs);
     ~Poller() { stop(); }
 
-    bool openLink(std::string &error) { return link_.open(settings_, error); }
+    bool openLink(std::string &error);
     // Called on the polling thread after every complete scan, before the
     // next request goes out, so each scan's values can be shown exactly.
     void setScanHandler(const std::function<void(const PollStats &)> &handler)
@@ -87,14 +90,16 @@ private:
     bool ensureLink();
     // Both return true when the reply completed a scan.
     bool exchange(Protocol *p);
-    bool finished(const RW_VAR *r, int code, const Exchange &x, DriverVerdict verdict);
-    void noteBlock(const RW_VAR &r, int code, const Exchange &x, DriverVerdict verdict);
+    bool finished(const RW_VAR *r, int code, const rvlink::Exchange &x, DriverVerdict verdict);
+    void noteBlock(const RW_VAR &r, int code, const rvlink::Exchange &x, DriverVerdict verdict);
     BlockState *blockAt(int station, int areaType, int address);
 
     DriverApi api_;
     WriteTracker &writes_;
+    ComInfo *info_;
     LinkSettings settings_;
-    SerialLink link_;
+    rvlink::SerialPort port_;
+    rvlink::Line line_;
     int blocks_;
     bool trace_;
     bool linkMessages_ = true;
@@ -105,7 +110,7 @@ private:
     mutable std::mutex mutex_;
     std::condition_variable scanDone_;
     PollStats stats_;
-    LineStats line_;
+    LineStats lineStats_;
     QList<BlockState> blockStates_;
     int lastBlock_ = -1;  // index of the block the last exchange read, if any
     int cyclicInScan_ = 0;

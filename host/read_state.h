@@ -9,7 +9,7 @@
 #include <QStringList>
 
 #include "poller.h"
-#include "varspec.h"
+#include "common/varspec.h"
 #include "write_tracker.h"
 
 class ReadState {

@@ -167,12 +167,12 @@ void onScan(View &v, long long scanLimit, const PollStats &s)
 }
 
 // rvpoll --scan: exit 0 when a station answered, 1 when none did.
-int scan(const PollOptions &o, const DriverApi &api)
+int scan(const PollOptions &o)
 {
     catchStopSignals();
     std::string error;
     const ScanResult r =
-        scanLine(api, o.link, o.scanSettings, isatty(2) ? stderr : nullptr, g_interrupted, error);
+        scanLine(o.link, o.scanSettings, isatty(2) ? stderr : nullptr, g_interrupted, error);
     if (r.combinations.isEmpty() && !error.empty())
         return fail(QString::fromStdString(error));
     printf("%s", renderScan(r, o.link.port, o.json).toLocal8Bit().constData());
@@ -196,13 +196,14 @@ int main(int argc, char **argv)
         return 0;
     }
 
+    // The scan needs no driver: it asks every station the same one frame.
+    if (o.scan)
+        return scan(o);
+
     DriverApi api;
     std::string loadError;
     if (!loadDriver(o.lib.empty() ? kDriverSoname : o.lib, api, loadError))
         return fail(QString::fromStdString(loadError));
-
-    if (o.scan)
-        return scan(o, api);
 
     // Set-up in the runtime's order: record, call-back, local memories,
     // then the polled variables.
@@ -230,7 +231,7 @@ int main(int argc, char **argv)
     WriteTracker writes(api, o.station, o.multiStation, o.blockUnits,
                         o.requeue ? kRequeueLimit : 0);
     writes.setLink(&info, o.linkNo);
-    Poller poller(api, writes, o.link, blocks, o.verbose, o.once ? 0 : o.intervalMs);
+    Poller poller(api, writes, &info, o.link, blocks, o.verbose, o.once ? 0 : o.intervalMs);
     std::string linkError;
     if (!poller.openLink(linkError))
         return fail(QString::fromStdString(linkError));

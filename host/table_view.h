@@ -8,7 +8,7 @@
 
 #include "driver_api.h"
 #include "poll_stats.h"
-#include "varspec.h"
+#include "common/varspec.h"
 #include "write_tracker.h"
 
 class ReadState;

@@ -17,7 +17,7 @@
 #include <mutex>
 
 #include "driver_api.h"
-#include "varspec.h"
+#include "common/varspec.h"
 
 struct WriteCounts {
     int written = 0, failed = 0, dropped = 0, refused = 0, pending = 0;

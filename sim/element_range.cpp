@@ -4,7 +4,7 @@
 
 #include "frames/address_map.h"
 #include "localarea/local_area.h"
-#include "varspec.h"
+#include "common/varspec.h"
 
 bool parseElementRange(const std::string &text, ElementRange &out, std::string &error)
 {

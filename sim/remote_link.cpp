@@ -6,42 +6,13 @@
 
 #include <modbus/modbus.h>
 
-#include "driver/checksum.h"
+#include "common/remote_text.h"
 #include "frames/address_map.h"
+#include "link/remote_frame.h"
+#include "link/rtu_frame.h"
 #include "localarea/areas.h"
-#include "remote_frame.h"
 
 namespace {
-
-const size_t kReadLength = kRemoteHeader + 1;  // a read carries no value bytes
-const size_t kLengthWrap = 256;                // the length byte's range
-enum { Read = 0, Write = 1 };
-
-// The longest `f` can be: a write carries at most two value bytes for each
-// element it counts, a read none.
-size_t longest(const std::vector<uint8_t> &f)
-{
-    if (f.size() < 13 || f[2] != Write)
-        return kReadLength;
-    return kReadLength + 2 * size_t(f[11] << 8 | f[12]);
-}
-
-// The shortest length a length byte can stand for.
-size_t shortest(uint8_t lengthByte)
-{
-    size_t n = lengthByte;
-    while (n < kReadLength)
-        n += kLengthWrap;
-    return n;
-}
-
-// The low 8 bits of the driver's byte sum over the first n - 1 bytes.
-unsigned sumBefore(const std::vector<uint8_t> &f, size_t n)
-{
-    std::vector<uint8_t> bytes(f.begin(),
-                               f.begin() + long(n - 1));  // CalSUM takes a writable buffer
-    return unsigned(CalSUM(bytes.data(), static_cast<unsigned short>(n - 1))) & 0xFF;
-}
 
 std::string hexByte(unsigned b)
 {
@@ -50,28 +21,13 @@ std::string hexByte(unsigned b)
     return text;
 }
 
-void appendWord(std::vector<uint8_t> &frame, unsigned v)
-{
-    frame.push_back(static_cast<uint8_t>(v >> 8));
-    frame.push_back(static_cast<uint8_t>(v));
-}
-
-void closeWithCrc(std::vector<uint8_t> &frame)
-{
-    // The low order byte of the CRC comes first.
-    const int crc = CalCRC(frame.data(), static_cast<unsigned short>(frame.size()));
-    frame.push_back(static_cast<uint8_t>(crc & 0xFF));
-    frame.push_back(static_cast<uint8_t>((crc >> 8) & 0xFF));
-}
-
 // A write's data as its register frame carries it: bits packed eight to a
 // byte (only the value 1 sets one), registers high byte first from values
 // held low byte first; value bytes missing count as 0.
-void appendData(std::vector<uint8_t> &frame, const RemoteFrame &f, bool bits, unsigned units)
+void appendData(std::vector<uint8_t> &frame, const rvlink::RemoteRequest &f, bool bits,
+                unsigned units)
 {
-    const auto value = [&f](unsigned i) {
-        return i < unsigned(f.values.size()) ? static_cast<uint8_t>(f.values.at(int(i))) : 0;
-    };
+    const auto value = [&f](unsigned i) { return i < f.values.size() ? f.values[i] : uint8_t(0); };
     const size_t bytes = bits ? (units + 7) / 8 : 2 * units;
     frame.push_back(static_cast<uint8_t>(bytes));
     const size_t at = frame.size();
@@ -90,23 +46,16 @@ void appendData(std::vector<uint8_t> &frame, const RemoteFrame &f, bool bits, un
 
 size_t RemoteLink::frameLength(const std::vector<uint8_t> &f) const
 {
-    size_t n = shortest(f[0]);
-    unsigned sum = 0;
-    size_t summed = 0;
-    while (f.size() >= n) {
-        for (; summed + 1 < n; ++summed)
-            sum += f[summed];
-        if ((sum & 0xFF) == f[n - 1] || n + kLengthWrap > longest(f))
-            break;
-        n += kLengthWrap;
-    }
-    return n;
+    return rvlink::remoteFrameLength(f.data(), f.size());
 }
 
 RequestFraming::Translation RemoteLink::translate(const std::vector<uint8_t> &frame) const
 {
     Translation t;
-    const size_t first = shortest(frame[0]);
+    // The shortest length the length byte can stand for.
+    size_t first = frame[0];
+    while (first < size_t(rvlink::remote::kReadFrameBytes))
+        first += 256;
     if (frame.size() < first) {
         t.text = std::to_string(frame.size()) + (frame.size() == 1 ? " byte" : " bytes");
         t.note = "cut short: its length byte says " + std::to_string(first);
@@ -117,10 +66,10 @@ RequestFraming::Translation RemoteLink::translate(const std::vector<uint8_t> &fr
     size_t n = frameLength(frame);
     if (n > frame.size())
         n = first;
-    RemoteFrame f;
-    parseRemoteFrame(frame.data(), int(n), f);
-    t.text = describeRemoteFrame(f).toStdString();
-    const unsigned sum = sumBefore(frame, n);
+    rvlink::RemoteRequest f;
+    rvlink::parseRemoteRequest(frame.data(), n, f);
+    t.text = describeRemoteRequest(f).toStdString();
+    const unsigned sum = rvlink::remoteSum(frame.data(), n - 1);
     if (sum != frame[n - 1]) {
         t.note =
             "bad sum " + hexByte(frame[n - 1]) + ", the bytes before it add up to " + hexByte(sum);
@@ -128,7 +77,7 @@ RequestFraming::Translation RemoteLink::translate(const std::vector<uint8_t> &fr
             t.note += ", " + std::to_string(frame.size() - n) + " more bytes after it";
         return t;
     }
-    if (f.rwMode != Read && f.rwMode != Write) {
+    if (f.rwMode != rvlink::remote::Read && f.rwMode != rvlink::remote::Write) {
         t.note = "neither a read nor a write";
         return t;
     }
@@ -136,7 +85,7 @@ RequestFraming::Translation RemoteLink::translate(const std::vector<uint8_t> &fr
         t.note = "length byte " + hexByte(frame[0]) + " has wrapped: the sum closes the frame at " +
                  std::to_string(n) + " bytes";
 
-    const bool write = f.rwMode == Write;
+    const bool write = f.rwMode == rvlink::remote::Write;
     const bool bits = isBitArea(f.areaType);
     // A bit area's read counts bytes of eight elements; all else counts elements.
     const unsigned long long span = bits && !write ? 8ULL * unsigned(f.count) : unsigned(f.count);
@@ -157,11 +106,11 @@ RequestFraming::Translation RemoteLink::translate(const std::vector<uint8_t> &fr
 
     t.rtu.push_back(static_cast<uint8_t>(f.station));
     t.rtu.push_back(write ? (bits ? 0x0F : 0x10) : (bits ? 0x01 : 0x03));
-    appendWord(t.rtu, unsigned(start) & 0xFFFF);
-    appendWord(t.rtu, unsigned(std::min(span, 0xFFFFULL)));
+    rvlink::appendBigEndian16(t.rtu, unsigned(start) & 0xFFFF);
+    rvlink::appendBigEndian16(t.rtu, unsigned(std::min(span, 0xFFFFULL)));
     if (write)
         appendData(t.rtu, f, bits, inside && fits ? unsigned(span) : 0);
-    closeWithCrc(t.rtu);
+    rvlink::appendCrc(t.rtu);
     return t;
 }
 
@@ -171,5 +120,5 @@ void RemoteLink::reshapeReply(std::vector<uint8_t> &reply) const
         return;
     reply[1] = static_cast<uint8_t>((reply[1] & 0x80) | 0x10);
     reply.resize(reply.size() - 2);
-    closeWithCrc(reply);
+    rvlink::appendCrc(reply);
 }

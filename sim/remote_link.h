@@ -1,5 +1,5 @@
 // rvsim --remote-link: the far end of a remote link. Its requests are
-// request descriptions (host/remote_frame.h), framed by their length byte
+// request descriptions (link/remote_frame.h), framed by their length byte
 // and closed by a one-byte sum; each is answered as the controller answers
 // the register frame it stands for, placed by the driver's address map:
 // 0x01 with a bit area's bytes, 0x03 with a word area's registers, the

@@ -1,9 +1,8 @@
 # rvsim: the controller simulator, on the shared libmodbus server. Element
-# names go through rvpoll's parser and the driver's own address map.
+# names go through the tools' common parser and the driver's own address map.
 if(TARGET rv_modbus_server)
   find_package(PkgConfig REQUIRED)
   pkg_check_modules(SERIALPORT REQUIRED IMPORTED_TARGET libserialport)
-  find_path(CLI11_INCLUDE_DIR CLI/CLI.hpp REQUIRED)
   add_executable(rvsim
     ${CMAKE_CURRENT_LIST_DIR}/rvsim.cpp
     ${CMAKE_CURRENT_LIST_DIR}/sim_options.cpp
@@ -14,7 +13,6 @@ if(TARGET rv_modbus_server)
     ${CMAKE_CURRENT_LIST_DIR}/request_log.cpp
     ${CMAKE_CURRENT_LIST_DIR}/line_link.cpp
     ${CMAKE_CURRENT_LIST_DIR}/remote_link.cpp)
-  target_include_directories(rvsim PRIVATE ${CLI11_INCLUDE_DIR})
   target_compile_definitions(rvsim PRIVATE RV_VERSION="${PROJECT_VERSION}")
-  target_link_libraries(rvsim PRIVATE rv_modbus_server rvpoll_core rv_static PkgConfig::SERIALPORT util)
+  target_link_libraries(rvsim PRIVATE rv_modbus_server rv_common rv_static PkgConfig::SERIALPORT util)
 endif()

@@ -5,9 +5,8 @@
 #include <algorithm>
 
 #include "element_range.h"
-#include "options.h"
 #include "sim/server/pty_settings.h"
-#include "tool_cli.h"
+#include "common/tool_cli.h"
 
 namespace {
 
@@ -50,7 +49,7 @@ std::string joined(const std::vector<std::string> &items)
 // none|even|odd or N|E|O, in any case: rvpoll's reading of a parity.
 bool parseParity(const std::string &text, char &out)
 {
-    const char parity = parityByName(QString::fromStdString(text));
+    const char parity = parityByName(text);
     if (parity)
         out = parity;
     return parity != 0;

@@ -1,37 +1,33 @@
 #include "pty_settings.h"
 
-#include "host/baud_rates.h"
+#include "link/serial_port.h"
 
 bool ptySpeedExists(int baud)
 {
-    return baudRateOf(baud) != nullptr;
+    speed_t speed;
+    return rvlink::termiosSpeed(baud, speed);
 }
 
 bool rawPtySettings(int baud, int stopBits, termios &out)
 {
-    const BaudRate *rate = baudRateOf(baud);
-    if (!rate)
+    rvlink::LineFormat f;
+    f.baud = baud;
+    f.parity = 'N';
+    f.stopBits = stopBits;
+    std::string error;
+    if (!rvlink::rawTermios(f, out, error))
         return false;
-    out = termios();
-    cfmakeraw(&out);
-    out.c_cflag |= CLOCAL | CREAD | (stopBits == 2 ? CSTOPB : 0);
     out.c_cc[VMIN] = 1;
-    out.c_cc[VTIME] = 0;
-    cfsetispeed(&out, rate->speed);
-    cfsetospeed(&out, rate->speed);
     return true;
 }
 
 bool readPtySettings(int fd, PtySettings &out)
 {
-    termios now;
-    if (tcgetattr(fd, &now) != 0)
+    rvlink::LineFormat f;
+    if (!rvlink::readTerminalFormat(fd, f))
         return false;
-    const BaudRate *rate = baudRateOfSpeed(cfgetospeed(&now));
-    if (!rate)
-        return false;
-    out.baud = rate->baud;
-    out.stopBits = (now.c_cflag & CSTOPB) ? 2 : 1;
+    out.baud = f.baud;
+    out.stopBits = f.stopBits;
     return true;
 }
 

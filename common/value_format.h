@@ -2,8 +2,8 @@
 // int16, hex, uint32, int32 and float over two registers in word order abcd
 // (first register high) or cdab, and string (two characters a register,
 // the first in the high byte). Named as "float", "float:cdab", "string".
-#ifndef RVPOLL_VALUE_FORMAT_H
-#define RVPOLL_VALUE_FORMAT_H
+#ifndef RV_COMMON_VALUE_FORMAT_H
+#define RV_COMMON_VALUE_FORMAT_H
 
 #include <QList>
 #include <QString>

@@ -1,4 +1,4 @@
-#include "varspec.h"
+#include "common/varspec.h"
 
 #include <QByteArray>
 #include <QStringList>

@@ -1,8 +1,10 @@
 // The command line of both tools, rvpoll and rvsim, read the same way: CLI11
 // with the last value of a repeated option winning, -h/-V/-q/-v as flags,
 // and whatever it does not know left for the tool to name.
-#ifndef RVPOLL_TOOL_CLI_H
-#define RVPOLL_TOOL_CLI_H
+#ifndef RV_COMMON_TOOL_CLI_H
+#define RV_COMMON_TOOL_CLI_H
+
+#include <ctype.h>
 
 #include <string>
 
@@ -35,6 +37,20 @@ inline bool parseToolCli(CLI::App &app, int argc, char **argv, std::string &erro
         return false;
     }
     return true;
+}
+
+// 'N', 'E' or 'O' for none|even|odd or N|E|O in either case; 0 otherwise.
+inline char parityByName(std::string text)
+{
+    for (char &c : text)
+        c = char(tolower(static_cast<unsigned char>(c)));
+    if (text == "n" || text == "none")
+        return 'N';
+    if (text == "e" || text == "even")
+        return 'E';
+    if (text == "o" || text == "odd")
+        return 'O';
+    return 0;
 }
 
 #endif

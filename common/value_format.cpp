@@ -1,4 +1,4 @@
-#include "value_format.h"
+#include "common/value_format.h"
 
 #include <QStringList>
 

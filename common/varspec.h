@@ -2,14 +2,14 @@
 // "X0-X17" (X and Y in octal, as the controller writes them), "TD5", with a
 // station prefix "2:D0-D9" when several stations share the line, and write
 // requests "D100=0x1234" or "M5=1".
-#ifndef RVPOLL_VARSPEC_H
-#define RVPOLL_VARSPEC_H
+#ifndef RV_COMMON_VARSPEC_H
+#define RV_COMMON_VARSPEC_H
 
 #include <QList>
 #include <QString>
 
 #include "localarea/areas.h"  // isOctalArea and the other facts of an area
-#include "value_format.h"
+#include "common/value_format.h"
 
 // Area type for a name ("D" -> 14), or -1 for a name the controller lacks.
 int areaTypeByName(const QString &name);

@@ -1,0 +1,18 @@
+// The link of a Quorvel RV runtime, in one include: reading the driver's
+// replies off the line, the frames that cross it, its timing, and the
+// serial port set up and held for one program.
+#ifndef RV_LINK_RV_LINK_H
+#define RV_LINK_RV_LINK_H
+
+#include "confirm_read.h"
+#include "line.h"
+#include "line_timing.h"
+#include "port_lock.h"
+#include "remote_frame.h"
+#include "reply_reader.h"
+#include "reply_scan.h"
+#include "rtu_frame.h"
+#include "serial_port.h"
+#include "stray_guard.h"
+
+#endif
