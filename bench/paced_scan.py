@@ -15,6 +15,11 @@ bytes; its JSON gives each scan's time.
 
   bench/paced_scan.py --build DIR [--bauds 9600,115200] [--scans N]
                       [--turnaround-ms T] [--pieces BYTES,MS] [--json FILE]
+
+With --equal-values it compares instead, side by side in one run, a
+controller whose D0-D1023 all hold 0 (unused registers do) with one whose
+registers all differ: frames of the first scan, frames and time of each
+later scan.
 """
 
 import argparse
@@ -47,10 +52,10 @@ def gap_ms(baud):
     return 1.75 if baud > 19200 else 3.5 * BITS * 1000.0 / baud
 
 
-def measure(build, baud, scans, turnaround, pieces):
+def measure(build, baud, scans, turnaround, pieces, names=None, values=None):
     link = "/tmp/rv-paced-%d" % os.getpid()
     data = tempfile.NamedTemporaryFile("w", suffix=".rv", delete=False)
-    data.write(presets())
+    data.write(presets() if values is None else values)
     data.close()
     sim_args = [os.path.join(build, "sim/rvsim"), "--link", link, "--data", data.name,
                 "--baud", str(baud), "--turnaround-ms", str(turnaround), "--quiet"]
@@ -64,7 +69,7 @@ def measure(build, baud, scans, turnaround, pieces):
     poll = subprocess.run(
         [os.path.join(build, "host/rvpoll"), "--lib",
          os.path.join(build, "libQuorvel_RV_Series.so.1"), "--port", link, "--baud", str(baud),
-         "--json", "-v", "--scans", str(scans), "--interval-ms", "0"] + variables(),
+         "--json", "-v", "--scans", str(scans), "--interval-ms", "0"] + (names or variables()),
         stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, timeout=600)
     sim.send_signal(signal.SIGTERM)
     sim.wait()
@@ -86,7 +91,22 @@ def measure(build, baud, scans, turnaround, pieces):
     measured = statistics.median(l["scan_ms"] for l in lines[1:] or lines)
     return {"baud": baud, "frames": per_scan, "bytes": (sent + received) / scans,
             "floor_ms": floor, "scan_ms": measured, "ratio": measured / floor,
-            "pause_per_frame_ms": (measured - floor) / per_scan, "pieces": pieces or ""}
+            "pause_per_frame_ms": (measured - floor) / per_scan, "pieces": pieces or "",
+            "frames_total": frames}
+
+
+def equal_values(build, baud, scans, turnaround):
+    """D0-D1023 all 0 against all different: the first scan's frames, then
+    each later scan's frames and time."""
+    rows = []
+    for kind, values in (("all 0", "D0-D1023=0\n"),
+                         ("all different", "".join("D%d=%d\n" % (i, i + 1) for i in range(1024)))):
+        one = measure(build, baud, 1, turnaround, "", ["D0-D1023"], values)
+        many = measure(build, baud, scans, turnaround, "", ["D0-D1023"], values)
+        rows.append({"baud": baud, "values": kind, "first_scan_frames": one["frames_total"],
+                     "later_scan_frames": (many["frames_total"] - one["frames_total"]) /
+                     (scans - 1), "later_scan_ms": many["scan_ms"]})
+    return rows
 
 
 def scan_cost(build, baud, stations):
@@ -123,7 +143,23 @@ def main():
     parser.add_argument("--json")
     parser.add_argument("--scan-stations", type=int, default=0,
                         help="instead: time one setting of a scan of this many stations")
+    parser.add_argument("--equal-values", action="store_true",
+                        help="instead: D0-D1023 all 0 against all different")
     args = parser.parse_args()
+    if args.equal_values:
+        results = []
+        print("baud    values          first scan frames  later scan frames  later scan ms")
+        for b in args.bauds.split(","):
+            for r in equal_values(args.build, int(b), max(args.scans, 2), args.turnaround_ms):
+                results.append(r)
+                print("%-7d %-15s %17d %18.1f %14.1f" % (r["baud"], r["values"],
+                                                         r["first_scan_frames"],
+                                                         r["later_scan_frames"],
+                                                         r["later_scan_ms"]), flush=True)
+        if args.json:
+            with open(args.json, "w") as f:
+                json.dump(results, f, indent=1)
+        return
     if args.scan_stations:
         results = [scan_cost(args.build, int(b), args.scan_stations) for b in args.bauds.split(",")]
         print("baud    stations  one setting s  its floor s  default scan (3 parities) s")

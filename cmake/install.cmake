@@ -5,8 +5,8 @@
 # built.
 #
 # Components: "runtime" (the library and its soname link), "dev" (headers,
-# the unversioned link, pkg-config, the example) and "tools" (rvpoll, rvsim
-# and their manual pages).
+# the unversioned link, the runtime's link library, pkg-config, the example)
+# and "tools" (rvpoll, rvsim and their manual pages).
 # Debian's own builds pass lib/<multiarch>; take the same default whatever
 # the prefix, so packages and `cmake --install` agree.
 if(NOT DEFINED CMAKE_INSTALL_LIBDIR AND CMAKE_LIBRARY_ARCHITECTURE)
@@ -41,6 +41,16 @@ foreach(h ${RV_PUBLIC_HEADERS})
   install(FILES ${CMAKE_CURRENT_SOURCE_DIR}/driver/${h}
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quorvel_rv COMPONENT dev)
 endforeach()
+# The link a runtime reads its replies with: its headers under
+# quorvel_rv/link/ and its static library, in the -dev package.
+file(GLOB RV_LINK_HEADERS CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/link/*.h)
+foreach(h ${RV_LINK_HEADERS})
+  get_filename_component(name ${h} NAME)
+  configure_file(${h} ${RV_STAGED_INCLUDE}/quorvel_rv/link/${name} COPYONLY)
+endforeach()
+install(FILES ${RV_LINK_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quorvel_rv/link
+  COMPONENT dev)
+install(TARGETS quorvel_rv_link ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev)
 if(TARGET minimal_runtime)
   target_include_directories(minimal_runtime BEFORE PRIVATE ${RV_STAGED_INCLUDE})
 endif()
@@ -54,11 +64,13 @@ foreach(dir LIBDIR INCLUDEDIR)
     set(RV_PC_${dir} "\${prefix}/${CMAKE_INSTALL_${dir}}")
   endif()
 endforeach()
-configure_file(${CMAKE_CURRENT_SOURCE_DIR}/packaging/quorvel-rv-series.pc.in
-  ${CMAKE_CURRENT_BINARY_DIR}/quorvel-rv-series.pc @ONLY)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/quorvel-rv-series.pc
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
-  COMPONENT dev)
+foreach(pc quorvel-rv-series quorvel-rv-link)
+  configure_file(${CMAKE_CURRENT_SOURCE_DIR}/packaging/${pc}.pc.in
+    ${CMAKE_CURRENT_BINARY_DIR}/${pc}.pc @ONLY)
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${pc}.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+    COMPONENT dev)
+endforeach()
 
 # The example runtime and the headers it includes beside it, where Debian
 # keeps a -dev package's examples; docs/integration.md shows how to compile

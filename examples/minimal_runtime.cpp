@@ -1,15 +1,14 @@
 // The smallest runtime that drives the Quorvel RV driver: it loads the
 // library by its soname, hands it a ComInfo record and one polled variable
-// (D0..D9), runs the communication loop on a serial port and prints the ten
-// registers after every complete scan. Usage:
+// (D0..D9), runs the communication loop on a serial port through the link
+// (quorvel_rv/link: the port set up and held, each reply read by the length
+// the driver expects, a reply that could be a stray copy confirmed before
+// the driver sees it) and prints the ten registers after every complete
+// scan. Usage:
 //   minimal_runtime [--remote-link] /dev/ttyUSB0 [station] [baud] [library]
 // --remote-link sends request descriptions for a remote link (ComInfo
 // remoteLink) instead of controller frames.
 #include <dlfcn.h>
-#include <fcntl.h>
-#include <limits.h>
-#include <poll.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -17,9 +16,8 @@
 #include <cstring>
 #include <ctime>
 
+#include <quorvel_rv/link/rv_link.h>
 #include <quorvel_rv/quorvel_rv_series.h>
-
-#include "reply_reader.h"
 
 namespace {
 
@@ -41,62 +39,6 @@ bool find(void *lib, const char *name, F &slot)
     return slot != nullptr;
 }
 
-// 8 data bits, even parity, one stop bit (8E1), the usual Modbus RTU setting.
-// A pseudo-terminal (a simulated line) has no line settings and refuses a
-// parity bit, so it is only made raw.
-int openPort(const char *path, int baud)
-{
-    const int fd = open(path, O_RDWR | O_NOCTTY);
-    termios tio{};
-    if (fd < 0 || tcgetattr(fd, &tio) != 0)
-        return -1;
-    cfmakeraw(&tio);
-    tio.c_cflag |= CLOCAL | CREAD;
-    char real[PATH_MAX];
-    if (!realpath(path, real) || std::strncmp(real, "/dev/pts/", 9) != 0) {
-        tio.c_cflag |= PARENB;
-        tio.c_cflag &= ~(CSTOPB | PARODD);
-        const speed_t speed = baud == 9600     ? B9600
-                              : baud == 38400  ? B38400
-                              : baud == 115200 ? B115200
-                                               : B19200;
-        cfsetispeed(&tio, speed);
-        cfsetospeed(&tio, speed);
-    }
-    return tcsetattr(fd, TCSANOW, &tio) == 0 ? fd : -1;
-}
-
-// Reads the reply to `request` by the length the driver expects: 500 ms for
-// it to start, 500 ms between its pieces (USB adapters deliver replies in
-// pieces). Bytes that cannot start it, such as a late answer to an earlier
-// frame, are dropped. Returns the reply's length, 0 when none came whole
-// enough to hand over.
-int readReply(int fd, const QByteArray &request, int expected, bool remote, QByteArray &reply)
-{
-    const unsigned char *sent = reinterpret_cast<const unsigned char *>(request.constData());
-    const rvreply::Expectation e = remote
-                                       ? rvreply::expectRemoteReply(sent, request.size(), expected)
-                                       : rvreply::expectReply(sent, request.size(), expected);
-    reply.clear();
-    char buf[256];
-    pollfd p = {fd, POLLIN, 0};
-    for (;;) {
-        const rvreply::Step step = rvreply::readReply(
-            e, reinterpret_cast<const unsigned char *>(reply.constData()), reply.size(), false);
-        if (step.verdict == rvreply::Skip) {
-            reply.remove(0, step.bytes);
-            continue;
-        }
-        if (step.verdict == rvreply::Frame)
-            return step.bytes;
-        const ssize_t n = poll(&p, 1, 500) > 0 ? read(fd, buf, sizeof buf) : 0;
-        if (n <= 0)
-            return reply.size();  // silence: ends a reply of any length; else it was cut short
-
-        reply.append(buf, int(n));
-    }
-}
-
 void onOnceRead(int, int, int, int) {}  // no one-off reads are queued here
 
 }  // namespace
@@ -113,7 +55,6 @@ int main(int argc, char **argv)
                             argv[0]),
                2;
     const int station = argc > 2 ? std::atoi(argv[2]) : 1;
-    const int baud = argc > 3 ? std::atoi(argv[3]) : 19200;
     const char *path = argc > 4 ? argv[4] : "libQuorvel_RV_Series.so.1";
 
     void *lib = dlopen(path, RTLD_NOW | RTLD_LOCAL);
@@ -127,9 +68,20 @@ int main(int argc, char **argv)
         !find(lib, "ComCommunication", api.ComCommunication) ||
         !find(lib, "DataCom", api.DataCom) || !find(lib, "GetRegisterData", api.GetRegisterData))
         return 2;
-    const int fd = openPort(argv[1], baud);
-    if (fd < 0)
-        return std::perror(argv[1]), 2;
+
+    // 8 data bits, even parity, one stop bit (8E1), the usual Modbus RTU
+    // setting; a speed no serial driver offers is refused.
+    rvlink::PortSettings port;
+    port.path = argv[1];
+    port.format.baud = argc > 3 ? std::atoi(argv[3]) : 19200;
+    rvlink::SerialPort serial(port);
+    std::string error;
+    if (!serial.open(error))
+        return std::fprintf(stderr, "minimal_runtime: %s\n", error.c_str()), 2;
+    rvlink::LineOptions options;  // 500 ms for a reply to start and between its pieces
+    options.format = port.format;
+    options.remoteFrames = remote;
+    rvlink::Line line(serial, options);
 
     // Set-up, before the communication loop starts. The record must outlive
     // the driver's use of it.
@@ -154,7 +106,6 @@ int main(int argc, char **argv)
     api.ReCreatReadVarList(&vars);
 
     // The communication loop: one frame out, its reply (or nothing) back.
-    QByteArray reply;
     time_t shown = 0;
     for (;;) {
         Protocol *frame = api.ComCommunication();
@@ -162,18 +113,19 @@ int main(int argc, char **argv)
             usleep(10000);
             continue;
         }
-        // Silence between frames (3.5 characters; 2 ms covers 19200 baud and
-        // above), then stale bytes out, so they are not taken for the reply.
-        usleep(baud < 19200 ? 38500000 / baud : 2000);
-        tcflush(fd, TCIFLUSH);
-        const QByteArray request = frame->frame.left(frame->sendLength);
-        if (write(fd, request.constData(), request.size()) != request.size())
-            return 1;
-        tcdrain(fd);
-        const int got =
-            frame->replyLength == 0 ? 0 : readReply(fd, request, frame->replyLength, remote, reply);
-        const RW_VAR *done = api.DataCom(&reply, got);
-        if (done->result != 0 && done->result != 1 && done->result != 100)
+        const rvlink::Exchange x = line.exchange(
+            rvlink::bytesOf(frame->frame.constData(), size_t(std::max(0, frame->sendLength))),
+            frame->replyLength);
+        if (x.outcome == rvlink::Exchange::Lost)
+            return std::fprintf(stderr, "minimal_runtime: %s lost\n", argv[1]), 1;
+        // A reply not confirmed counts as none: the driver retries the frame.
+        QByteArray reply;
+        if (x.outcome != rvlink::Exchange::Unconfirmed)
+            reply = QByteArray(reinterpret_cast<const char *>(x.reply.data()), int(x.reply.size()));
+        const RW_VAR *done = api.DataCom(&reply, reply.size());
+        if (done->result == 1 || done->result == 100)
+            info.retryCount = 0;  // each request gets retryLimit retries of its own
+        else if (done->result != 0)
             std::printf("request given up, code %d\n", done->result);
         // Print at most once a second, and only once every variable was read.
         if (info.scanComplete != 1 || time(nullptr) == shown)

@@ -1,6 +1,8 @@
 #include "controller.h"
 
 #include "harness.h"
+#include "link/remote_frame.h"
+#include "link/reply_reader.h"
 
 namespace {
 
@@ -71,25 +73,22 @@ Request parseLocal(const unsigned char *f, int n)
 Request parseRemote(const unsigned char *f, int n)
 {
     Request r;
-    if (n < 22)
-        return r;
-    unsigned sum = 0;
-    for (int i = 0; i < n - 1; ++i)
-        sum += f[i];
-    if ((sum & 0xFF) != f[n - 1])
+    rvlink::RemoteRequest d;
+    if (!rvlink::parseRemoteRequest(f, size_t(n), d) || !rvlink::remoteSumCloses(f, size_t(n)))
         return r;
     r.valid = true;
-    r.station = f[4];
-    const int rwMode = f[2], areaType = be16(f + 5), count = be16(f + 11);
-    const bool bits = areaType <= 13;
-    r.write = rwMode == 1;
+    r.station = d.station;
+    const bool bits = rvlink::remoteBitArea(d.areaType);
+    r.write = d.rwMode == rvlink::remote::Write;
     r.function = r.write ? 0x10 : (bits ? 0x01 : 0x03);
-    r.echo[0] = f[9];
-    r.echo[1] = f[10];
-    r.echo[2] = f[11];
-    r.echo[3] = f[12];
-    r.dataBytes = bits ? count : 2 * count;
-    r.refused = rwMode > 1 || (!r.write && (count < 1 || r.dataBytes > 250));
+    // The echo of the register frame: the low half of the element address
+    // and the count, as the description carries them.
+    r.echo[0] = (unsigned char)(d.address >> 8);
+    r.echo[1] = (unsigned char)d.address;
+    r.echo[2] = (unsigned char)(d.count >> 8);
+    r.echo[3] = (unsigned char)d.count;
+    r.dataBytes = bits ? d.count : 2 * d.count;
+    r.refused = d.rwMode > 1 || (!r.write && (d.count < 1 || r.dataBytes > 250));
     return r;
 }
 
@@ -133,18 +132,14 @@ Answer controllerAnswer(const Protocol &p, bool remote, const QByteArray &fill)
 
 bool screenReply(const QByteArray &got, const Protocol &p, bool remote)
 {
-    const Request r = parse(p, remote);
-    if (got.size() < 5 || !r.valid)
-        return false;
-    const unsigned char *g = reinterpret_cast<const unsigned char *>(got.constData());
-    if (g[0] != r.station)
-        return false;
-    if (g[1] == (r.function | 0x80))
-        return true;  // an exception reply belongs to this request too
-    if (g[1] != r.function)
-        return false;
-    if (r.write)
-        return got.size() >= 6 && g[2] == r.echo[0] && g[3] == r.echo[1] && g[4] == r.echo[2] &&
-               g[5] == r.echo[3];
-    return g[2] == (r.dataBytes & 0xFF);
+    // The link's reader, as a runtime reads: a whole reply, or the start of
+    // one that was cut short; bytes it would skip are not handed on.
+    const int n = p.sendLength < p.frame.size() ? p.sendLength : p.frame.size();
+    const unsigned char *f = reinterpret_cast<const unsigned char *>(p.frame.constData());
+    const rvlink::Expectation e = remote ? rvlink::expectRemoteReply(f, size_t(n), p.replyLength)
+                                         : rvlink::expectReply(f, size_t(n), p.replyLength);
+    const rvlink::Step s = rvlink::readReply(
+        e, reinterpret_cast<const unsigned char *>(got.constData()), size_t(got.size()), false);
+    return !got.isEmpty() && (s.verdict == rvlink::Verdict::NeedMore ||
+                              (s.verdict == rvlink::Verdict::Frame && s.bytes == got.size()));
 }

@@ -19,9 +19,10 @@ struct Answer {
 // quantity out of Modbus range, an unknown function) get an exception reply.
 Answer controllerAnswer(const Protocol &p, bool remote, const QByteArray &fill);
 
-// The runtime's screening of a reply against the frame it sent: station,
-// function (or its exception reply), and for writes the echoed address and
-// value or quantity, for reads the byte count.
+// The runtime's screening of a reply against the frame it sent, by the
+// link's reader: station, function (or its exception reply), the echoed
+// address and value or quantity of a write, the byte count of a read, and
+// the reply's length (a reply cut short passes as what came of it).
 bool screenReply(const QByteArray &got, const Protocol &p, bool remote);
 
 #endif

@@ -36,6 +36,19 @@ bool looksLikePort(const QString &arg)
 
 }  // namespace
 
+QString stationPrefixRefusal(const VarSpec &v, bool multiStation, int station)
+{
+    // One station without --multi-station: a prefix would be silently
+    // replaced by it, so it is refused with the way to get it.
+    if (multiStation || v.station == 0)
+        return QString();
+    return QString("%1:%2 names station %1: without --multi-station every element is station "
+                   "%3's (-a); use -a %1, or --multi-station")
+        .arg(v.station)
+        .arg(elementName(v.areaType, v.address))
+        .arg(station);
+}
+
 const char *versionText()
 {
     return "rvpoll (Quorvel RV tools) " RV_VERSION "\n";
@@ -303,22 +316,15 @@ bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
             return false;
         opts.writes.append(w);
     }
-    // One station without --multi-station: a station prefix would be
-    // silently replaced by it, so it is refused with the way to get it.
     QList<const VarSpec *> targets;
     for (const VarSpec &v : opts.vars)
         targets << &v;
     for (const WriteSpec &w : opts.writes)
         targets << &w.target;
     for (const VarSpec *v : targets) {
-        if (!opts.multiStation && v->station != 0) {
-            error = QString("%1:%2 names station %1: without --multi-station every element "
-                            "is station %3's (-a); use -a %1, or --multi-station")
-                        .arg(v->station)
-                        .arg(elementName(v->areaType, v->address))
-                        .arg(opts.station);
+        error = stationPrefixRefusal(*v, opts.multiStation, opts.station);
+        if (!error.isEmpty())
             return false;
-        }
     }
     if (!timeout.empty())
         opts.scanSettings.timeoutMs = opts.link.timeoutMs;

@@ -41,6 +41,9 @@ struct PollOptions {
 // Parses argv; false with a one-line reason for anything it cannot use.
 bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error);
 const char *usageText();
+// Why an element's station prefix cannot be obeyed ("3:D0 names station 3:
+// ..."), or empty when it can.
+QString stationPrefixRefusal(const VarSpec &v, bool multiStation, int station);
 // "rvpoll (Quorvel RV tools) 1.0.0".
 const char *versionText();
 

@@ -259,7 +259,7 @@ int main(int argc, char **argv)
     // Standard input is a command only when someone types it: a file or a
     // pipe there is not an order to write to a controller.
     const bool takeWrites = !o.once && (isatty(0) || o.writesFromStdin);
-    StdinWriter writer(writes, o.multiStation, o.format,
+    StdinWriter writer(writes, o.multiStation, o.station, o.format,
                        !view.live && !o.json && !o.csv && !o.quiet);
     view.writer = &writer;
     poller.setScanLimit(scanLimit);

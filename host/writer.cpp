@@ -7,10 +7,13 @@
 #include <QByteArray>
 #include <QStringList>
 
-StdinWriter::StdinWriter(WriteTracker &tracker, bool multiStation, const ValueFormat &format,
-                         bool echoMessages)
+#include "options.h"
+
+StdinWriter::StdinWriter(WriteTracker &tracker, bool multiStation, int station,
+                         const ValueFormat &format, bool echoMessages)
     : tracker_(tracker),
       multiStation_(multiStation),
+      station_(station),
       format_(format),
       echo_(echoMessages)
 {}
@@ -48,8 +51,13 @@ void StdinWriter::handleLine(const QString &input)
             continue;
         WriteSpec w;
         QString message;
-        if (parseWriteSpec(words.at(i), multiStation_, w, message, format_))
-            tracker_.queue(w, message);
+        if (parseWriteSpec(words.at(i), multiStation_, w, message, format_)) {
+            message = stationPrefixRefusal(w.target, multiStation_, station_);
+            if (message.isEmpty())
+                tracker_.queue(w, message);
+            else
+                message = "write " + words.at(i) + ": refused (" + message + ")";
+        }
         if (echo_)
             fprintf(stdout, "rvpoll: %s\n", message.toLocal8Bit().constData()), fflush(stdout);
         std::lock_guard<std::mutex> lock(mutex_);

@@ -14,7 +14,8 @@
 // end of input or stop(); "q" or "quit" asks the program to finish.
 class StdinWriter {
 public:
-    StdinWriter(WriteTracker &tracker, bool multiStation, const ValueFormat &format,
+    // `station` is the one station polled without `multiStation`.
+    StdinWriter(WriteTracker &tracker, bool multiStation, int station, const ValueFormat &format,
                 bool echoMessages);
     ~StdinWriter() { stop(); }
 
@@ -35,6 +36,7 @@ private:
 
     WriteTracker &tracker_;
     bool multiStation_;
+    int station_;
     ValueFormat format_;
     bool echo_;
     std::atomic<bool> stop_{false};

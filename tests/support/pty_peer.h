@@ -7,7 +7,10 @@
 #include <QByteArray>
 
 #include <memory>
+#include <string>
 
+#include "link/line.h"
+#include "link/serial_port.h"
 #include "sim/server/modbus_server.h"
 
 class PtyPeer {
@@ -22,16 +25,19 @@ public:
     ModbusServer &server() { return *server_; }
     int fd() const { return line_; }
 
-    // Sends `frame` and collects the answer: flushes stale input, writes,
-    // then reads until `expectedLength` bytes came, a gap after the last
-    // byte, or `timeoutMs`. expectedLength 0 (broadcast) waits only
-    // briefly; a negative length reads until the gap.
+    // Sends `frame` and reads its answer through the runtime's link (the
+    // driver's expected length, `timeoutMs` for it to start and between its
+    // pieces): the reply, what came of a cut one, or nothing.
     QByteArray transact(const QByteArray &frame, int expectedLength, int timeoutMs = 1000);
 
 private:
     int master_ = -1, line_ = -1;
     bool ok_ = false;
+    std::string path_;
     std::unique_ptr<ModbusServer> server_;
+    std::unique_ptr<rvlink::SerialPort> port_;
+    std::unique_ptr<rvlink::Line> link_;
+    int linkTimeoutMs_ = -1;
 };
 
 // One round of the runtime's polling loop against the peer: ComCommunication,
