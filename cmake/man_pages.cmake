@@ -1,9 +1,10 @@
 # Manual pages for the tools, made by help2man from their own --help so the
 # options never drift from what the programs accept; man/<tool>.h2m adds the
 # sections --help has no place for (EXIT STATUS where --help leaves it out,
-# FILES, EXAMPLES, SEE ALSO) and man/help2man.sed marks where the options
-# start. A cross-built tool runs under the build's emulator through a small
-# wrapper that carries the tool's name, which help2man takes for the page's.
+# FILES, EXAMPLES, SEE ALSO), man/help2man.sed marks where the options
+# start and man/page.sed keeps option names whole at a line's end. A
+# cross-built tool runs under the build's emulator through a small wrapper
+# that carries the tool's name, which help2man takes for the page's.
 find_program(RV_HELP2MAN help2man)
 find_program(RV_SED sed)
 if(NOT RV_HELP2MAN OR NOT RV_SED)
@@ -13,6 +14,7 @@ endif()
 
 set(RV_MAN_DIR ${CMAKE_BINARY_DIR}/man)
 set(rv_man_filter ${CMAKE_CURRENT_SOURCE_DIR}/man/help2man.sed)
+set(rv_page_filter ${CMAKE_CURRENT_SOURCE_DIR}/man/page.sed)
 string(REPLACE ";" " " rv_emulator "${CMAKE_CROSSCOMPILING_EMULATOR}")
 set(rv_pages "")
 foreach(tool ${RV_TOOL_TARGETS})
@@ -33,8 +35,9 @@ fi
   set(page ${RV_MAN_DIR}/${tool}.1)
   add_custom_command(OUTPUT ${page}.gz
     COMMAND ${RV_HELP2MAN} --no-info --section=1 --include=${include} --output=${page} ${wrapper}
+    COMMAND ${RV_SED} -E -i -f ${rv_page_filter} ${page}
     COMMAND ${RV_GZIP} -9nf ${page}
-    DEPENDS ${tool} ${include} ${rv_man_filter}
+    DEPENDS ${tool} ${include} ${rv_man_filter} ${rv_page_filter}
     COMMENT "Manual page for ${tool}"
     VERBATIM)
   list(APPEND rv_pages ${page}.gz)

@@ -16,6 +16,8 @@
 #   rv_sanitizer_env              runtime options for the sanitizer builds
 #   rv_qt4_qmake <arch> [qmake]   Qt 4.8 for amd64 or armhf; sets RV_QT4_QMAKE
 #   rv_armhf_qt4_sysroot <dir>    the armhf sysroot of a Qt 4 build (no Qt 5 in it)
+#   rv_report_skips <out> <log>   "skipped: NAME (reason)" per test program
+#                                 that ctest (its output <out>) skipped
 #
 # RV_JOBS (default 2) sets the build parallelism.
 
@@ -312,4 +314,20 @@ rv_armhf_qt4_sysroot()
 {
     local RV_ARMHF_DEBS=("${RV_ARMHF_QT4_DEBS[@]}")
     rv_armhf_sysroot "$1"
+}
+
+# ctest lists the programs that skipped (SKIP_RETURN_CODE) without a reason;
+# each program prints "skip reason: Suite.Case: why" (tests/test_main.cpp),
+# which ctest keeps in Testing/Temporary/LastTest.log (<log>). Prints one
+# line per skipped case: skipped: NAME (Suite.Case: why).
+rv_report_skips()
+{
+    local log=$2 name reasons r
+    sed -n 's/^[[:space:]]*[0-9]* - \(.*\) (Skipped)$/\1/p' "$1" | while IFS= read -r name; do
+        reasons=$(awk -v t="$name" '/^[0-9]+\/[0-9]+ Test: / { n = $3 }
+            n == t && sub(/^skip reason: /, "")' "$log" 2>/dev/null) || true
+        while IFS= read -r r; do
+            printf 'skipped: %s (%s)\n' "$name" "${r:-no reason given}"
+        done <<<"$reasons"
+    done
 }

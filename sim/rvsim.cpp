@@ -105,7 +105,7 @@ int main(int argc, char **argv)
     if (!parseSimOptions(argc, argv, o, error))
         return fail(error + " (rvsim --help for usage)");
     if (o.help || o.version) {
-        printf("%s", o.help ? simUsage() : "rvsim (Quorvel RV) " RV_VERSION "\n");
+        printf("%s", o.help ? simUsage() : "rvsim (Quorvel RV tools) " RV_VERSION "\n");
         return 0;
     }
     for (const std::string &note : o.notes)
