@@ -3,6 +3,9 @@
 #include <QFile>
 #include <QStringList>
 
+#include <algorithm>
+
+#include "link/serial_port.h"
 #include "localarea/areas.h"
 #include "common/tool_cli.h"
 
@@ -26,6 +29,12 @@ bool parseParities(const std::string &text, std::vector<char> &out)
         out.push_back(p);
     }
     return true;
+}
+
+bool standardBaud(int baud)
+{
+    speed_t speed;
+    return rvlink::termiosSpeed(baud, speed);
 }
 
 // A port given without --port: a path or a terminal's name.
@@ -65,15 +74,21 @@ const char *usageText()
            "DEVICE (or --port) is a serial device: /dev/ttyUSB0, ttyS0, a pseudo-terminal.\n"
            "\n"
            "Line:\n"
-           "      --port=DEV        serial device\n"
+           "      --port=DEV        serial device, held by rvpoll alone while it runs (a\n"
+           "                        second program on it is refused with its holder named)\n"
            "  -b, --baud=N          baud rate (default 19200)\n"
            "  -P, --parity=P        none|even|odd or N|E|O (default even)\n"
-           "  -d, --data=N          data bits, 7 or 8 (default 8)\n"
+           "  -d, --data=8          data bits: Modbus RTU sends 8\n"
            "  -s, --stop=N          stop bits, 1 or 2 (default 1)\n"
-           "      --timeout-ms=N    wait this long for a reply to start (default 500); after a\n"
-           "                        failed exchange the line must stay quiet this long\n"
+           "      --timeout-ms=N    wait this long for a reply to start (default 500)\n"
            "      --byte-timeout-ms=N  wait this long between pieces of one reply (default\n"
            "                        500: USB adapters deliver replies in pieces)\n"
+           "      --late-window-ms=N  the latest a reply or a copy of one may come and still\n"
+           "                        be told apart (default 4 x --timeout-ms): after a failed\n"
+           "                        exchange nothing is sent until it has passed, and a\n"
+           "                        reply identical to one of it taken for another frame is\n"
+           "                        confirmed by another read first; widened to twice any\n"
+           "                        lateness the line shows\n"
            "      --gap-ms=N        silence kept between frames (default 3.5 characters,\n"
            "                        1.75 ms above 19200 baud)\n"
            "      --echo            discard the echo of a 2-wire adapter\n"
@@ -84,7 +99,7 @@ const char *usageText()
            "Driver:\n"
            "  -a, --station=N       station (default 1); 0 is the broadcast address, which\n"
            "                        takes writes but cannot be read\n"
-           "      --retries=N       retries before giving up (default 2)\n"
+           "      --retries=N       retries of each request before it is given up (default 2)\n"
            "      --block=N         most units per request (default 64)\n"
            "      --multi-station   every variable names its station (1:D0-D9 2:D0-D9)\n"
            "      --remote-link     send request descriptions for a remote link (ComInfo\n"
@@ -210,52 +225,76 @@ bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
     opts.link.port = port;
     opts.link.remoteFrames = opts.remoteLink;
 
+    // Each option's value and what it may be, said when it is not.
     struct Check {
         const char *name;
         const std::string &value;
         bool ok;
+        const char *allowed;
     };
     int n = 0;
+    const char *const bauds = "a speed a serial driver offers, 50 to 4000000: 9600, 19200, 38400, "
+                              "57600, 115200, ...";
+    const char *const ms = "milliseconds, 1 to 60000";
     const Check checks[] = {
-        {"--baud", baud, baud.empty() || toInt(baud, 50, 4000000, opts.link.baud)},
-        {"--parity", parity, parity.empty() || parityByName(parity) != 0},
-        {"--data", data, data.empty() || toInt(data, 7, 8, opts.link.dataBits)},
-        {"--stop", stop, stop.empty() || toInt(stop, 1, 2, opts.link.stopBits)},
-        {"--timeout-ms", timeout, timeout.empty() || toInt(timeout, 1, 60000, opts.link.timeoutMs)},
+        {"--baud", baud,
+         baud.empty() || (toInt(baud, 50, 4000000, opts.link.baud) && standardBaud(opts.link.baud)),
+         bauds},
+        {"--parity", parity, parity.empty() || parityByName(parity) != 0,
+         "none, even or odd (N, E, O)"},
+        {"--data", data, data.empty() || toInt(data, 8, 8, opts.link.dataBits),
+         "8: Modbus RTU sends 8 data bits"},
+        {"--stop", stop, stop.empty() || toInt(stop, 1, 2, opts.link.stopBits), "1 or 2"},
+        {"--timeout-ms", timeout, timeout.empty() || toInt(timeout, 1, 60000, opts.link.timeoutMs),
+         ms},
         {"--byte-timeout-ms", byteTimeout,
-         byteTimeout.empty() || toInt(byteTimeout, 1, 60000, opts.link.byteTimeoutMs)},
-        {"--late-window-ms", window,
-         window.empty() || toInt(window, 1, 600000, opts.link.windowMs)},
+         byteTimeout.empty() || toInt(byteTimeout, 1, 60000, opts.link.byteTimeoutMs), ms},
+        {"--late-window-ms", window, window.empty() || toInt(window, 1, 600000, opts.link.windowMs),
+         "milliseconds, 1 to 600000"},
         {"--gap-ms", gap,
-         gap.empty() || (toInt(gap, 0, 10000, n) && (opts.link.gapUs = n * 1000) >= 0)},
+         gap.empty() || (toInt(gap, 0, 10000, n) && (opts.link.gapUs = n * 1000) >= 0),
+         "milliseconds, 0 to 10000"},
         {"--rts-delay-before", rtsBefore,
-         rtsBefore.empty() || toInt(rtsBefore, 0, 1000, opts.link.rtsDelayBefore)},
+         rtsBefore.empty() || toInt(rtsBefore, 0, 1000, opts.link.rtsDelayBefore),
+         "milliseconds, 0 to 1000"},
         {"--rts-delay-after", rtsAfter,
-         rtsAfter.empty() || toInt(rtsAfter, 0, 1000, opts.link.rtsDelayAfter)},
-        {"--station", station, station.empty() || toInt(station, 0, 247, opts.station)},
-        {"--retries", retries, retries.empty() || toInt(retries, 0, 100, opts.retries)},
-        {"--block", block, block.empty() || toInt(block, 1, 125, opts.blockUnits)},
-        {"--link-no", linkNo, linkNo.empty() || toInt(linkNo, 0, 255, opts.linkNo)},
+         rtsAfter.empty() || toInt(rtsAfter, 0, 1000, opts.link.rtsDelayAfter),
+         "milliseconds, 0 to 1000"},
+        {"--station", station, station.empty() || toInt(station, 0, 247, opts.station),
+         "0 (broadcast) to 247"},
+        {"--retries", retries, retries.empty() || toInt(retries, 0, 100, opts.retries), "0 to 100"},
+        {"--block", block, block.empty() || toInt(block, 1, 125, opts.blockUnits),
+         "1 to 125 units a request"},
+        {"--link-no", linkNo, linkNo.empty() || toInt(linkNo, 0, 255, opts.linkNo), "0 to 255"},
         {"--scan-bauds", scanBauds,
-         scanBauds.empty() || parseNumberList(QString::fromStdString(scanBauds), 50, 4000000,
-                                              opts.scanSettings.bauds)},
+         scanBauds.empty() || (parseNumberList(QString::fromStdString(scanBauds), 50, 4000000,
+                                               opts.scanSettings.bauds) &&
+                               std::all_of(opts.scanSettings.bauds.begin(),
+                                           opts.scanSettings.bauds.end(), standardBaud)),
+         "a list of speeds a serial driver offers: 9600,19200,115200"},
         {"--scan-parities", scanParities,
-         scanParities.empty() || parseParities(scanParities, opts.scanSettings.parities)},
+         scanParities.empty() || parseParities(scanParities, opts.scanSettings.parities),
+         "a list of none, even, odd"},
         {"--scan-stop", scanStop,
-         scanStop.empty() || toInt(scanStop, 1, 2, opts.scanSettings.stopBits)},
+         scanStop.empty() || toInt(scanStop, 1, 2, opts.scanSettings.stopBits), "1 or 2"},
         {"--scan-stations", scanStations,
          parseNumberList(QString::fromStdString(scanStations.empty() ? "1-247" : scanStations), 0,
-                         247, opts.scanSettings.stations)},
+                         247, opts.scanSettings.stations),
+         "stations 0 to 247, listed and in ranges: 1-10,17"},
         {"--interval-ms", interval,
-         interval.empty() || toInt(interval, 0, 3600000, opts.intervalMs)},
+         interval.empty() || toInt(interval, 0, 3600000, opts.intervalMs),
+         "milliseconds, 0 to 3600000"},
         {"--scans", scans,
-         scans.empty() || (toInt(scans, 1, 1000000000, n) && (opts.scans = n) > 0)},
+         scans.empty() || (toInt(scans, 1, 1000000000, n) && (opts.scans = n) > 0),
+         "1 to 1000000000"},
         {"--duration", duration,
-         duration.empty() || ((opts.durationS = QString::fromStdString(duration).toDouble()) > 0)},
+         duration.empty() || ((opts.durationS = QString::fromStdString(duration).toDouble()) > 0),
+         "seconds, more than 0"},
     };
     for (const Check &c : checks) {
         if (!c.ok) {
-            error = QString("bad value '%1' for %2").arg(QString::fromStdString(c.value), c.name);
+            error = QString("bad value '%1' for %2 (%3)")
+                        .arg(QString::fromStdString(c.value), c.name, c.allowed);
             return false;
         }
     }

@@ -115,7 +115,8 @@ bool WriteTracker::queueEntry(Entry &e, int id)
 
 void WriteTracker::finish(Entry &e, Outcome outcome, const QString &detail)
 {
-    static const char *const names[] = {"queued", "written", "failed", "dropped", "refused"};
+    static const char *const names[] = {"queued",  "written", "failed",
+                                        "dropped", "refused", "not confirmed"};
     e.outcome = outcome;
     e.waiting = false;
     e.detail = detail;
@@ -145,7 +146,9 @@ RW_VAR *WriteTracker::dataCom(QByteArray *reply, const QString &line)
         --queuedParts_;
         if (!ok) {
             queuedParts_ -= e.parts - e.partsDone;
-            finish(e, Failed,
+            // An echo that could be a stray copy, not confirmed by reading
+            // the written elements back: whether it landed is not known.
+            finish(e, line.startsWith("not confirmed") ? NotConfirmed : Failed,
                    (line.isEmpty() ? QString() : line + ", ") +
                        QString("code %1: %2").arg(code).arg(codeMeaning(code)));
         } else if (e.partsDone >= e.parts) {
@@ -189,7 +192,8 @@ WriteCounts WriteTracker::counts() const
         switch (entries_.at(i).outcome) {
         case Pending: ++c.pending; break;
         case Written: ++c.written; break;
-        case Failed: ++c.failed; break;
+        case Failed:
+        case NotConfirmed: ++c.failed; break;
         case Dropped: ++c.dropped; break;
         case Refused: ++c.refused; break;
         }

@@ -1,5 +1,7 @@
 // Every write rvpoll queues, followed to its outcome: written (all its
-// blocks answered), failed (the driver gave it up with a code), dropped (a
+// blocks answered), failed (the driver gave it up with a code; "not
+// confirmed" when its last echo could be a stray copy and reading the
+// written elements back did not show them), dropped (a
 // give-up of another request removed it without a result, or a newer write
 // to the same elements replaced it before it landed), or refused (never
 // queued: past its area's end, a read-only area, a full list). The driver
@@ -34,7 +36,7 @@ struct UnsettledWrite {
 
 class WriteTracker {
 public:
-    enum Outcome { Pending, Written, Failed, Dropped, Refused };
+    enum Outcome { Pending, Written, Failed, Dropped, Refused, NotConfirmed };
 
     // `requeueLimit` 0: a dropped write stays dropped.
     WriteTracker(const DriverApi &api, int defaultStation, bool multiStation, int blockUnits,

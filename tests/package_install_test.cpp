@@ -80,7 +80,8 @@ TEST(PackageInstall, PackagesHoldTheirFilesLoadAndBuildRuntimes)
     };
     for (const Package &p : packages) {
         const std::string deb = dir + ("/" + p.name) + "_" + version + "_" + arch + ".deb";
-        EXPECT_EQ(run("dpkg-deb -c '" + deb + "' | awk '$1 !~ /^d/ && $6 !~ /examples|quorvel_rv\\/link/ " +
+        EXPECT_EQ(run("dpkg-deb -c '" + deb +
+                      "' | awk '$1 !~ /^d/ && $6 !~ /examples|quorvel_rv\\/link/ " +
                       "{ print $1, $6, $7, $8 }' | sed 's/ *$//' | LC_ALL=C sort -k2"),
                   p.files);
         EXPECT_EQ(run("dpkg-deb -f '" + deb + "' Multi-Arch"), p.multiArch) << p.name;
@@ -131,5 +132,4 @@ TEST(PackageInstall, PackagesHoldTheirFilesLoadAndBuildRuntimes)
                   "/example' && cd '" + scratch.path + "/example' && " + compile +
                   " 2>&1 && test -x minimal_runtime; echo $?"),
               "0");
-
 }
