@@ -3,6 +3,7 @@
 #include <QStringList>
 #include <chrono>
 
+#include "common/words.h"
 #include "line_stats.h"
 #include "link/rtu_frame.h"
 #include "poll_stats.h"
@@ -87,7 +88,7 @@ ScanResult scanLine(const LinkSettings &line, const ScanSettings &scan, FILE *pr
                             r.combinations.size() + 1, r.total, c.baud, parityName(c.parity),
                             c.stopBits, scan.stations[s], elapsed,
                             done > 0 ? elapsed / done * (r.total - done) : 0.0,
-                            r.finds.size() + c.finds);
+                            r.finds.size());
                     fflush(progress);
                 }
                 const rvlink::Exchange x = link.exchange(probeFrame(scan.stations[s]), 7);
@@ -145,30 +146,40 @@ QString renderScan(const ScanResult &r, const std::string &port, bool json)
         other += r.combinations.at(i).otherStation;
         asked += r.combinations.at(i).asked;
     }
+    // The command that polls a find, as the table and the JSON give it.
+    const auto command = [&port](const ScanFind &f) {
+        return QString("rvpoll %1 -b %2 -P %3 -s %4 -a %5 D0-D9")
+            .arg(QString::fromStdString(port))
+            .arg(f.baud)
+            .arg(parityName(f.parity))
+            .arg(f.stopBits)
+            .arg(f.station);
+    };
     if (json) {
+        // JSON Lines in the poll's style: an object a find, then the summary.
         for (int i = 0; i < r.finds.size(); ++i) {
             const ScanFind &f = r.finds.at(i);
-            out +=
-                QString("{\"baud\": %1, \"parity\": \"%2\", \"stop\": %3, \"station\": %4, "
-                        "\"rtt_ms\": %5%6}\n")
-                    .arg(f.baud)
-                    .arg(parityName(f.parity))
-                    .arg(f.stopBits)
-                    .arg(f.station)
-                    .arg(f.rttMs, 0, 'f', 1)
-                    .arg(f.exception >= 0
-                             ? QString(", \"exception\": \"%1\"").arg(exceptionMeaning(f.exception))
-                             : QString());
+            out += QString("{\"baud\":%1,\"parity\":\"%2\",\"stop\":%3,\"station\":%4,"
+                           "\"rtt_ms\":%5%6,\"command\":%7}\n")
+                       .arg(f.baud)
+                       .arg(parityName(f.parity))
+                       .arg(f.stopBits)
+                       .arg(f.station)
+                       .arg(f.rttMs, 0, 'f', 2)
+                       .arg(f.exception >= 0
+                                ? QString(",\"exception\":\"%1\"").arg(exceptionMeaning(f.exception))
+                                : QString())
+                       .arg(jsonString(command(f)));
         }
-        return out + QString("{\"summary\": {\"finds\": %1, \"combinations\": %2, "
-                             "\"combinations_planned\": %3, \"requests\": %4, \"seconds\": %5, "
-                             "\"noise_bytes\": %6, \"cut\": %7, \"other_station\": %8, "
-                             "\"interrupted\": %9}}\n")
+        return out + QString("{\"summary\":{\"finds\":%1,\"combinations\":%2,"
+                             "\"combinations_planned\":%3,\"requests\":%4,\"seconds\":%5,"
+                             "\"noise_bytes\":%6,\"cut\":%7,\"other_station\":%8,"
+                             "\"interrupted\":%9}}\n")
                          .arg(r.finds.size())
                          .arg(r.combinations.size())
                          .arg(r.total)
                          .arg(asked)
-                         .arg(r.seconds, 0, 'f', 1)
+                         .arg(r.seconds, 0, 'f', 2)
                          .arg(noise)
                          .arg(cut)
                          .arg(other)
@@ -191,32 +202,25 @@ QString renderScan(const ScanResult &r, const std::string &port, bool json)
                                 : QString());
         }
         out += "\nto poll them:\n";
-        for (int i = 0; i < r.finds.size(); ++i) {
-            const ScanFind &f = r.finds.at(i);
-            out += QString("  rvpoll %1 -b %2 -P %3 -s %4 -a %5 D0-D9\n")
-                       .arg(QString::fromStdString(port))
-                       .arg(f.baud)
-                       .arg(parityName(f.parity))
-                       .arg(f.stopBits)
-                       .arg(f.station);
-        }
+        for (int i = 0; i < r.finds.size(); ++i)
+            out += "  " + command(r.finds.at(i)) + "\n";
     }
     for (int i = 0; i < r.combinations.size(); ++i) {
         const ScanCombination &c = r.combinations.at(i);
         if (c.noise + c.cut + c.otherStation > 0)
-            out += QString("%1 %2 %3: %4 bytes of noise, %5 replies cut short, %6 of another "
-                           "station: the marks of a wrong baud rate or parity\n")
+            out += QString("%1 %2 %3: %4, %5 cut short, %6 of another station: the marks of a "
+                           "wrong baud rate or parity\n")
                        .arg(c.baud)
                        .arg(parityName(c.parity))
                        .arg(c.stopBits)
-                       .arg(c.noise)
-                       .arg(c.cut)
+                       .arg(counted(c.noise, "byte of noise", "bytes of noise"))
+                       .arg(counted(c.cut, "reply", "replies"))
                        .arg(c.otherStation);
     }
-    return out + QString("%1 of %2 combinations tried, %3 requests, %4 s%5\n")
+    return out + QString("%1 of %2 combinations tried, %3, %4 s%5\n")
                      .arg(r.combinations.size())
                      .arg(r.total)
-                     .arg(asked)
+                     .arg(counted(asked, "request", "requests"))
                      .arg(r.seconds, 0, 'f', 1)
                      .arg(r.interrupted ? ", stopped by the operator" : "");
 }

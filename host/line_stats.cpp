@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "common/words.h"
 #include "poll_stats.h"
 
 namespace {
@@ -38,11 +39,14 @@ QString describeExchange(const rvlink::Exchange &x, DriverVerdict verdict)
             .arg(x.expected)
             .arg(x.silenceMs, 0, 'f', 0);
     case rvlink::Exchange::NoAnswer:
+        if (x.echoHeard)
+            return "only the request's own echo came back";
         if (x.otherStation > 0)
             return "a reply of another station";
         if (x.otherFrame > 0)
             return "a reply to another frame";
-        return x.skipped > 0 ? QString("only noise (%1 bytes)").arg(x.skipped) : "no answer";
+        return x.skipped > 0 ? "only noise (" + counted(x.skipped, "byte", "bytes") + ")"
+                             : QString("no answer");
     case rvlink::Exchange::Unconfirmed:
         return "not confirmed: the reply could be a stray copy (" +
                QString::fromStdString(x.doubt) + ")";
@@ -68,6 +72,8 @@ void LineStats::note(int station, const rvlink::Exchange &x, DriverVerdict verdi
     s.doubted += x.doubted ? 1 : 0;
     s.confirmed += x.confirmed ? 1 : 0;
     s.checks += x.checks;
+    s.echoMissing += x.echoMissing ? 1 : 0;
+    s.echoHeard += x.echoHeard ? 1 : 0;
     switch (x.outcome) {
     case rvlink::Exchange::NoAnswer: ++s.noAnswer; return;
     case rvlink::Exchange::Cut: ++s.cut; return;
@@ -191,7 +197,8 @@ QString LineStats::json() const
 
 QStringList LineStats::hints() const
 {
-    long long answered = 0, cut = 0, late = 0, noise = 0, repeats = 0;
+    long long answered = 0, cut = 0, late = 0, noise = 0, repeats = 0, echoMissing = 0,
+              echoHeard = 0;
     for (auto it = stations_.constBegin(); it != stations_.constEnd(); ++it) {
         const StationLine &s = it.value();
         answered += s.answered + s.exceptions;
@@ -202,15 +209,22 @@ QStringList LineStats::hints() const
         // A doubt is no sign by itself: blocks holding the same values look
         // alike. Bytes that came when nothing was asked are.
         repeats += s.strayBefore + s.unconfirmed;
+        echoMissing += s.echoMissing;
+        echoHeard += s.echoHeard;
     }
     QStringList hints;
+    // A wrong --echo shows before anything else would: say it first.
+    if (echoHeard > 0)
+        hints << "each request comes back before its reply (a 2-wire adapter's echo): add --echo";
+    if (echoMissing > 0)
+        hints << "replies come without the echo --echo waits for: leave --echo out";
     if (cut > 0 && late > 0)
         hints << "replies arrive in pieces with long pauses: raise --byte-timeout-ms";
     if (noise > 0)
         hints << "noise on the line (bad CRCs, bytes that answer nothing): check baud and parity";
     if (repeats > 0 || (late > 0 && cut == 0))
         hints << "the line delays or repeats replies: raise --timeout-ms above the slowest reply";
-    if (answered == 0 && cut == 0 && noise == 0)
+    if (!stations_.isEmpty() && answered == 0 && cut == 0 && noise == 0 && echoHeard == 0)
         hints << "nothing answered: check station, baud and parity";
     return hints;
 }
@@ -223,7 +237,7 @@ QString LineStats::neverAnswered() const
         garbled += it.value().badCrc + it.value().exceptions + it.value().skipped;
     }
     if (cut > 0)
-        return QString("every reply was cut short (%1 times)").arg(cut);
+        return "every reply was cut short (" + counted(cut, "time", "times") + ")";
     if (garbled > 0)
         return "no reply was whole and good: only noise, bad CRCs, refusals or other stations' "
                "replies";

@@ -26,6 +26,7 @@ struct StationLine {
     long long exchanges = 0, answered = 0, noAnswer = 0, cut = 0, badCrc = 0, exceptions = 0;
     long long otherStation = 0, otherFrame = 0;
     long long doubted = 0, confirmed = 0, unconfirmed = 0, checks = 0;
+    long long echoMissing = 0, echoHeard = 0;  // exchanges: --echo wrong either way
     long long strayBefore = 0, strayAfter = 0, skipped = 0, late = 0;  // bytes
     QMap<int, long long> exceptionCodes;
     std::vector<float> rttMs;  // answered exchanges

@@ -327,16 +327,23 @@ bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
         else
             varTexts << arg;
     }
+    if (!parseVarList(varTexts.join("\n"), opts.multiStation, opts.vars, error))
+        return false;
     if (!varsFile.empty()) {
         QFile file(QString::fromStdString(varsFile));
         if (!file.open(QIODevice::ReadOnly)) {
             error = "cannot read " + file.fileName() + ": " + file.errorString();
             return false;
         }
-        varTexts << QString::fromLocal8Bit(file.readAll());
+        // Line by line, so a mistake is named by its place in the file.
+        const QStringList lines = QString::fromLocal8Bit(file.readAll()).split('\n');
+        for (int i = 0; i < lines.size(); ++i) {
+            if (!parseVarList(lines.at(i), opts.multiStation, opts.vars, error)) {
+                error = QString("%1:%2: %3").arg(file.fileName()).arg(i + 1).arg(error);
+                return false;
+            }
+        }
     }
-    if (!parseVarList(varTexts.join("\n"), opts.multiStation, opts.vars, error))
-        return false;
     for (int i = 0; i < opts.vars.size(); ++i) {
         VarSpec &v = opts.vars[i];
         if (v.hasFormat || !isWordArea(v.areaType))
@@ -367,13 +374,24 @@ bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
     }
     if (!timeout.empty())
         opts.scanSettings.timeoutMs = opts.link.timeoutMs;
-    if (opts.scan && !opts.vars.isEmpty()) {
-        error = "--scan takes no variables";
-        return false;
-    }
-    if (opts.vars.isEmpty() && !opts.scan) {
-        error = "nothing to poll: give variables such as D0-D9 M0-M15";
-        return false;
+    // Options that cannot hold together are refused, not half obeyed.
+    const struct {
+        bool clash;
+        const char *why;
+    } clashes[] = {
+        {opts.scan && !opts.vars.isEmpty(), "--scan takes no variables"},
+        {opts.scan && !opts.writes.isEmpty(), "--scan writes nothing: leave --write out"},
+        {opts.once && !scans.empty(), "--once is one scan: leave --scans out, or --once"},
+        {opts.once && !duration.empty(), "--once ends after one scan: leave --duration out"},
+        {!scans.empty() && !duration.empty(), "--scans and --duration both say when to stop"},
+        {opts.vars.isEmpty() && opts.writes.isEmpty() && !opts.scan,
+         "nothing to poll or write: give variables such as D0-D9 M0-M15, or --write"},
+    };
+    for (const auto &c : clashes) {
+        if (c.clash) {
+            error = c.why;
+            return false;
+        }
     }
     if (opts.link.port.empty()) {
         error = "no serial port given (--port /dev/ttyUSB0)";

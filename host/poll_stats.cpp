@@ -1,5 +1,7 @@
 #include "poll_stats.h"
 
+#include "common/words.h"
+
 QString codeMeaning(int code)
 {
     if (code < 0)
@@ -46,25 +48,32 @@ QString exceptionMeaning(int exception)
     return QString("exception 0x%1 (%2)").arg(exception, 2, 16, QChar('0')).arg(name);
 }
 
+QString lastMeaning(const PollStats &s)
+{
+    if (s.lastException >= 0)
+        return "refused by the controller: " + exceptionMeaning(s.lastException) +
+               QString("; driver code %1").arg(s.lastCode);
+    return codeMeaning(s.lastCode);
+}
+
 QString statusLine(const PollStats &s)
 {
-    // A rate needs a second of polling; a single scan has none.
-    const QString rate = s.scans <= 1 && s.framesPerSecond == 0
-                             ? QString("-")
-                             : QString::number(s.framesPerSecond, 'f', 1);
-    QString line =
-        QString("frames/s %1 | scan %2 ms | scans %3 | retries %4 | given up %5 | last %6 %7")
-            .arg(rate)
-            .arg(s.scanMs, 0, 'f', 1)
-            .arg(s.scans)
-            .arg(s.retries)
-            .arg(s.givenUp)
-            .arg(s.lastCode)
-            .arg(codeMeaning(s.lastCode));
+    // A rate needs a quarter of a second of polling.
+    const QString rate =
+        s.framesPerSecond < 0 ? QString("-") : QString::number(s.framesPerSecond, 'f', 1);
+    QString line = QString("frames/s %1 | scan %2 ms | scans %3 | retries %4 | given up %5 | last %6")
+                       .arg(rate)
+                       .arg(s.scanMs, 0, 'f', 1)
+                       .arg(s.scans)
+                       .arg(s.retries)
+                       .arg(s.givenUp)
+                       .arg(s.lastException >= 0 ? lastMeaning(s)
+                                                 : QString("%1 %2").arg(s.lastCode).arg(
+                                                       codeMeaning(s.lastCode)));
     if (!s.linkUp)
         line += QString(" | LINK LOST, %1 reopen attempts").arg(s.reopenAttempts);
     else if (s.linkLost > 0)
-        line += QString(" | link lost %1 times, up again").arg(s.linkLost);
+        line += " | link lost " + counted(s.linkLost, "time", "times") + ", up again";
     return line;
 }
 

@@ -16,9 +16,10 @@ struct PollStats {
     long long linkLost = 0;        // times the port failed and was reopened
     long long reopenAttempts = 0;  // failed attempts to reopen a lost port
     bool linkUp = true;
-    int lastCode = -1;  // result code of the last finished request
-    double scanMs = 0;  // duration of the last complete scan
-    double framesPerSecond = 0;
+    int lastCode = -1;       // result code of the last finished request
+    int lastException = -1;  // the controller's exception code, when it refused that request
+    double scanMs = 0;       // duration of the last complete scan
+    double framesPerSecond = -1;  // -1 until a quarter of a second has been measured
 };
 
 // "ok", "check failed", "no reply", "wrong length", with "remote " for the
@@ -28,6 +29,10 @@ QString codeMeaning(int code);
 QString codeHint(int code);
 // "exception 0x02 (illegal data address)" for a Modbus exception code.
 QString exceptionMeaning(int exception);
+
+// What the last finished request came to: "ok", "no reply", or "refused by
+// the controller: exception 0x02 (illegal data address); driver code 71".
+QString lastMeaning(const PollStats &s);
 
 // One line for the live view: frames/s, scan time, retries, last code.
 QString statusLine(const PollStats &s);

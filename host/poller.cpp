@@ -312,7 +312,8 @@ void Poller::noteBlock(const RW_VAR &r, int code, const rvlink::Exchange &x, Dri
     b.exception = exceptionOf(x);
     b.line = verdict == DriverVerdict::Accepted ? QString() : describeExchange(x, verdict);
     if (b.answered()) {
-        b.everRead = true;
+        // Answered on another link, a block is checked but held by no one here.
+        b.everRead = b.everRead || b.lastCode == 1;
         b.readAt = Clock::now();
         lastBlock_ = int(&b - &blockStates_[0]);
     }
@@ -329,6 +330,7 @@ bool Poller::finished(const RW_VAR *r, int code, const rvlink::Exchange &x, Driv
             return false;
         }
         stats_.lastCode = code;
+        stats_.lastException = exceptionOf(x);
         const bool good = code == 1 || code == 100;
         if (r && isCyclic(r))
             noteBlock(*r, code, x, verdict);

@@ -86,7 +86,7 @@ QStringList ReadState::problems(const QList<VarSpec> &vars, bool scanComplete) c
             lines << where + ": answered on another link than this driver's own, whose replies it "
                              "checks but does not store: not held here";
         else if (b.exception >= 0)
-            lines << where + ": refused by the controller, " + exceptionMeaning(b.exception);
+            lines << where + ": refused by the controller: " + exceptionMeaning(b.exception);
         else if (b.lastCode >= 0)
             lines << QString("%1: %2 (code %3 %4): %5")
                          .arg(where, b.line.isEmpty() ? QString("failed") : b.line)

@@ -21,9 +21,11 @@ namespace {
 // Set by SIGINT or SIGTERM: the run ends with what it has (a lock-free
 // atomic, so the handler may set it).
 std::atomic<bool> g_interrupted{false};
+std::atomic<int> g_signal{0};
 
-void onSignal(int)
+void onSignal(int signo)
 {
+    g_signal = signo;
     g_interrupted = true;
 }
 
@@ -222,12 +224,19 @@ int main(int argc, char **argv)
     // another link, the requests are built under that number.
     const int ownLink = info.localLinkNo;
     info.localLinkNo = o.linkNo;
-    const int blocks = api.ReCreatReadVarList(&varInfo);
+    // A run of writes alone polls nothing: no read list to make.
+    const bool writeOnly = o.vars.isEmpty();
+    const int blocks = writeOnly ? 0 : api.ReCreatReadVarList(&varInfo);
     info.localLinkNo = ownLink;
-    if (blocks <= 0)
+    if (blocks <= 0 && !writeOnly)
         return fail(
             "the driver made no read requests from these variables (past the end of their areas?)");
 
+    if (o.verbose && blocks > 0)
+        fprintf(stderr,
+                "rvpoll: %d requests a pass over the read list; each word block comes twice in "
+                "it, as the driver keeps the blocks of its grouping pass and of its final pass\n",
+                blocks);
     WriteTracker writes(api, o.station, o.multiStation, o.blockUnits,
                         o.requeue ? kRequeueLimit : 0);
     writes.setLink(&info, o.linkNo);
@@ -241,7 +250,7 @@ int main(int argc, char **argv)
         if (!writes.queue(o.writes.at(i), message))
             return fail(message);
     }
-    if (o.station == 0 && !o.multiStation)
+    if (o.station == 0 && !o.multiStation && !writeOnly)
         fprintf(stderr,
                 "rvpoll: station 0 is the broadcast address: every station takes its writes, "
                 "nothing can be read from it\n");
@@ -276,6 +285,8 @@ int main(int argc, char **argv)
         seen = poller.waitScan(seen, view.live ? 200 : 100);
         const PollStats now = poller.stats();
         const bool limitReached = scanLimit > 0 && seen >= scanLimit && !poller.running();
+        // Writes alone end when every one has, unless more may be typed.
+        const bool writesDone = writeOnly && !takeWrites && writes.counts().pending == 0;
         // A run that counts scans cannot wait for ever for a lost link.
         const bool linkGone = scanLimit > 0 && !now.linkUp && now.reopenAttempts >= kReopenAttempts;
         const bool timeUp =
@@ -284,7 +295,8 @@ int main(int argc, char **argv)
                 o.durationS;
         if (view.live)
             show(view, poller.stats());
-        if (limitReached || linkGone || timeUp || g_interrupted || writer.quitRequested())
+        if (limitReached || writesDone || linkGone || timeUp || g_interrupted ||
+            writer.quitRequested())
             break;
     }
     writer.stop();
@@ -292,8 +304,12 @@ int main(int argc, char **argv)
 
     const PollStats s = poller.stats();
     // Plain output ends with the values as they were last read, and with
-    // the link's state when it is down at the end.
-    if (!view.live && !o.json && !o.csv && s.scans > 0 && (s.scans != view.shownScan || !s.linkUp))
+    // the link's state when it is down at the end; a run stopped by a
+    // signal shows what it had read, in the output it was asked for.
+    const bool interrupted = g_interrupted && !writer.quitRequested();
+    if (!view.live && !writeOnly &&
+        ((!o.json && !o.csv && s.scans > 0 && (s.scans != view.shownScan || !s.linkUp)) ||
+         (interrupted && s.scans != view.shownScan)))
         show(view, s);
     if (view.live)
         printf("\n");  // the summary goes below the prompt line, not onto it
@@ -314,7 +330,9 @@ int main(int argc, char **argv)
 
     // Exit status 1 for anything the operator asked for and did not get.
     int status = 0;
-    if (!poller.everAnswered()) {
+    // Broadcasts draw no answer: only a station asked may fail to answer.
+    const bool asked = s.framesSent > s.broadcasts;
+    if (asked && !poller.everAnswered()) {
         fprintf(stderr, "rvpoll: %s on %s\n", line.neverAnswered().toLocal8Bit().constData(),
                 o.link.port.c_str());
         status = 1;
@@ -326,7 +344,7 @@ int main(int argc, char **argv)
     }
     if (scanLimit > 0 && poller.lastScanFailed())
         status = 1;
-    const bool limited = scanLimit > 0 || o.durationS > 0;
+    const bool limited = scanLimit > 0 || o.durationS > 0 || interrupted;
     const QStringList never =
         ReadState(poller.blocks(), o.station, o.multiStation).neverRead(o.vars);
     if (limited && !never.isEmpty()) {
@@ -339,5 +357,8 @@ int main(int argc, char **argv)
             fprintf(stderr, "rvpoll: %s\n", unfinished.at(i).toLocal8Bit().constData());
         status = 1;
     }
+    // A signal's own status, as a shell reports it, once the run is told.
+    if (interrupted && (g_signal == SIGINT || g_signal == SIGTERM))
+        status = 128 + g_signal;
     return status;
 }

@@ -3,6 +3,7 @@
 #include <QByteArray>
 #include <QDateTime>
 
+#include "common/words.h"
 #include "localarea/areas.h"
 #include "read_state.h"
 
@@ -74,32 +75,9 @@ QString tableCell(const VarSpec &v, const Cell &c)
     if (isBitArea(v.areaType))
         return (c.known ? c.text : QString("?")).rightJustified(2);
     if (c.quoted)
-        return " " + (c.known ? '"' + printable(c.text) + '"' : QString("--"));
+        return " " + (c.known ? '"' + printable(c.text).replace('"', "\\\"") + '"' : QString("--"));
     const int width = registersPerValue(v.format) == 2 ? 12 : 7;
     return " " + (c.known ? c.text : QString("--")).rightJustified(width - 1);
-}
-
-QString jsonString(const QString &text)
-{
-    QString out = "\"";
-    for (int i = 0; i < text.size(); ++i) {
-        const ushort c = text.at(i).unicode();
-        if (c == '"' || c == '\\')
-            out += QString('\\') + text.at(i);
-        else if (c < 0x20 || c >= 0x7F)  // plain ASCII whatever the locale
-            out += QString("\\u%1").arg(c, 4, 16, QChar('0'));
-        else
-            out += text.at(i);
-    }
-    return out + '"';
-}
-
-QString jsonList(const QStringList &items)
-{
-    QStringList quoted;
-    for (int i = 0; i < items.size(); ++i)
-        quoted << jsonString(items.at(i));
-    return '[' + quoted.join(",") + ']';
 }
 
 }  // namespace
@@ -159,7 +137,7 @@ QString renderCsv(const QList<VarSpec> &vars, const ValueTable &values, long lon
         const QList<Cell> cells = cellsOf(vars.at(i), values.at(i), showStation, perRow);
         for (int k = 0; k < cells.size(); ++k) {
             const Cell &c = cells.at(k);
-            labels << c.label;
+            labels << jsonKey(vars.at(i), c.label);
             fields << (c.quoted && c.known ? '"' + printable(c.text).replace('"', "\"\"") + '"'
                                            : c.text);
         }
@@ -179,15 +157,14 @@ QString renderJson(const QList<VarSpec> &vars, const ValueTable &values, const P
                       .arg(s.scans)
                       .arg(QDateTime::currentDateTimeUtc().toString("yyyy-MM-ddThh:mm:ss.zzzZ"))
                       .arg(s.scanMs, 0, 'f', 2)
-                      .arg(s.scans <= 1 && s.framesPerSecond == 0
-                               ? QString("null")
-                               : QString::number(s.framesPerSecond, 'f', 1))
+                      .arg(s.framesPerSecond < 0 ? QString("null")
+                                                 : QString::number(s.framesPerSecond, 'f', 1))
                       .arg(s.framesSent)
-                      .arg(s.repliesGood)
+                      .arg(s.repliesHeard)
                       .arg(s.retries)
                       .arg(s.givenUp)
                       .arg(s.lastCode)
-                      .arg(codeMeaning(s.lastCode))
+                      .arg(lastMeaning(s))
                       .arg(s.linkUp ? "true" : "false");
     QStringList items;
     for (int i = 0; i < vars.size() && i < values.size(); ++i) {

@@ -148,11 +148,16 @@ RW_VAR *WriteTracker::dataCom(QByteArray *reply, const QString &line)
             queuedParts_ -= e.parts - e.partsDone;
             // An echo that could be a stray copy, not confirmed by reading
             // the written elements back: whether it landed is not known.
-            finish(e, line.startsWith("not confirmed") ? NotConfirmed : Failed,
-                   (line.isEmpty() ? QString() : line + ", ") +
-                       QString("code %1: %2").arg(code).arg(codeMeaning(code)));
+            // The controller's refusal is its own, not a wrong length.
+            const QString detail =
+                line.startsWith("exception")
+                    ? "refused by the controller: " + line + QString("; driver code %1").arg(code)
+                    : (line.isEmpty() ? QString() : line + ", ") +
+                          QString("code %1: %2").arg(code).arg(codeMeaning(code));
+            finish(e, line.startsWith("not confirmed") ? NotConfirmed : Failed, detail);
         } else if (e.partsDone >= e.parts) {
-            finish(e, Written, QString());
+            finish(e, Written,
+                   e.station == 0 ? "broadcast: every station takes it, none answers" : QString());
         }
         if (e.outcome != Pending)
             closeReplaced(own);

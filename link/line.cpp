@@ -146,12 +146,12 @@ Expectation Line::expectationOf(const Bytes &frame, int replyLength) const
 
 // The response timeout runs until a byte that can start the reply has come,
 // the byte timeout between its pieces after that.
-bool Line::readReply(const Expectation &expect, Exchange &x)
+bool Line::readReply(const Expectation &expect, Exchange &x, Bytes buf, const Bytes *request)
 {
     const Clock::time_point sent = quietSince_;
     const long long sentMs = nowMs();
     Clock::time_point lastByte = sent;
-    Bytes buf;
+    Bytes skippedBytes;
     std::uint8_t piece[512];
     const auto msSince = [](Clock::time_point from) {
         return std::chrono::duration<double, std::milli>(Clock::now() - from).count();
@@ -167,7 +167,11 @@ bool Line::readReply(const Expectation &expect, Exchange &x)
             else if (answersAnotherFrame(step.reason))
                 ++x.otherFrame;
             noteStrayBytes(Bytes(buf.begin(), buf.begin() + step.bytes));
+            skippedBytes.insert(skippedBytes.end(), buf.begin(), buf.begin() + step.bytes);
             buf.erase(buf.begin(), buf.begin() + step.bytes);
+            if (request && !request->empty() && skippedBytes.size() >= request->size() &&
+                std::equal(request->begin(), request->end(), skippedBytes.begin()))
+                x.echoHeard = true;
             continue;
         }
         if (step.verdict == Verdict::Frame) {
@@ -286,18 +290,26 @@ Exchange Line::exchange(const Bytes &frame, int replyLength)
         return x;
     x.framesSent = 1;
     const long long sentMs = nowMs();
+    // A 2-wire adapter hears its own frame first. Bytes that are not that
+    // frame are the reply's: the line has no echo after all.
+    Bytes heard;
     if (options_.discardEcho) {
         Expectation echo;
         echo.length = int(frame.size());
-        Exchange heard;
-        if (!readReply(echo, heard))
+        Exchange e;
+        if (!readReply(echo, e))
             return x;
+        if (e.reply != frame) {
+            x.echoMissing = true;
+            heard = e.reply;
+        }
     }
     if (replyLength == 0) {
         x.outcome = Exchange::Broadcast;
         return x;
     }
-    if (!readReply(expectationOf(frame, replyLength), x)) {
+    if (!readReply(expectationOf(frame, replyLength), x, heard,
+                   options_.discardEcho ? nullptr : &frame)) {
         x.outcome = Exchange::Lost;
         return x;
     }

@@ -64,6 +64,8 @@ struct Exchange {
     int checks = 0;          // confirming reads sent
     int framesSent = 0;      // frames put on the line: the request and the checks
     int repliesHeard = 0;    // whole replies read, exceptions included
+    bool echoMissing = false;  // an echo was to come first, and other bytes came
+    bool echoHeard = false;    // the request itself came back before the reply
     bool doubted = false;    // the reply could have been a stray copy
     bool confirmed = false;  // ... and the confirming reads showed it was not
     std::string doubt;       // why it was doubted
@@ -96,8 +98,11 @@ private:
     long long nowMs() const;
     void waitForGap();
     bool send(const Bytes &frame);
-    // Reads until the reply is whole or a timeout passed; false if the port failed.
-    bool readReply(const Expectation &expect, Exchange &x);
+    // Reads until the reply is whole or a timeout passed, starting from the
+    // bytes in `buf`; false if the port failed. Skipped bytes that begin
+    // with `request` are its echo.
+    bool readReply(const Expectation &expect, Exchange &x, Bytes buf = Bytes(),
+                   const Bytes *request = nullptr);
     // Drops what waits before a request; the bytes and any replies in them
     // are strays.
     int takeStrays();

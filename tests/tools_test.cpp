@@ -167,7 +167,7 @@ TEST(ToolsTest, ValuesNeverReadAreNeverShownAsNumbers)
         // A preset reads back; a refused block gives the controller's reason.
         {"D100 D200-D201",
          {"D100 |   1234", "D200 |     --     --",
-          "refused by the controller, exception 0x02 (illegal data address)"}},
+          "refused by the controller: exception 0x02 (illegal data address)"}},
         // Station 0 is the broadcast address.
         {"--station 0 D0", {"D0 |     --", "broadcast address"}},
     };
@@ -318,7 +318,7 @@ TEST(ToolsTest, FaultsNeverShowOrReportWhatTheControllerDoesNotHold)
         {"--exception-rate 1",
          "--timeout-ms 100 --retries 0",
          1,
-         {"D10-D17 on station 1: refused by the controller, exception 0x04 (device failure)"},
+         {"D10-D17 on station 1: refused by the controller: exception 0x04 (device failure)"},
          {}},
         // The echo of the first write comes again in place of the lost
         // second one, to the same registers: it is not taken for its echo.
