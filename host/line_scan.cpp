@@ -87,8 +87,7 @@ ScanResult scanLine(const LinkSettings &line, const ScanSettings &scan, FILE *pr
                             "left, %d found\033[K",
                             r.combinations.size() + 1, r.total, c.baud, parityName(c.parity),
                             c.stopBits, scan.stations[s], elapsed,
-                            done > 0 ? elapsed / done * (r.total - done) : 0.0,
-                            r.finds.size());
+                            done > 0 ? elapsed / done * (r.total - done) : 0.0, r.finds.size());
                     fflush(progress);
                 }
                 const rvlink::Exchange x = link.exchange(probeFrame(scan.stations[s]), 7);
@@ -159,17 +158,18 @@ QString renderScan(const ScanResult &r, const std::string &port, bool json)
         // JSON Lines in the poll's style: an object a find, then the summary.
         for (int i = 0; i < r.finds.size(); ++i) {
             const ScanFind &f = r.finds.at(i);
-            out += QString("{\"baud\":%1,\"parity\":\"%2\",\"stop\":%3,\"station\":%4,"
-                           "\"rtt_ms\":%5%6,\"command\":%7}\n")
-                       .arg(f.baud)
-                       .arg(parityName(f.parity))
-                       .arg(f.stopBits)
-                       .arg(f.station)
-                       .arg(f.rttMs, 0, 'f', 2)
-                       .arg(f.exception >= 0
-                                ? QString(",\"exception\":\"%1\"").arg(exceptionMeaning(f.exception))
-                                : QString())
-                       .arg(jsonString(command(f)));
+            out +=
+                QString("{\"baud\":%1,\"parity\":\"%2\",\"stop\":%3,\"station\":%4,"
+                        "\"rtt_ms\":%5%6,\"command\":%7}\n")
+                    .arg(f.baud)
+                    .arg(parityName(f.parity))
+                    .arg(f.stopBits)
+                    .arg(f.station)
+                    .arg(f.rttMs, 0, 'f', 2)
+                    .arg(f.exception >= 0
+                             ? QString(",\"exception\":\"%1\"").arg(exceptionMeaning(f.exception))
+                             : QString())
+                    .arg(jsonString(command(f)));
         }
         return out + QString("{\"summary\":{\"finds\":%1,\"combinations\":%2,"
                              "\"combinations_planned\":%3,\"requests\":%4,\"seconds\":%5,"

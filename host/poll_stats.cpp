@@ -61,15 +61,16 @@ QString statusLine(const PollStats &s)
     // A rate needs a quarter of a second of polling.
     const QString rate =
         s.framesPerSecond < 0 ? QString("-") : QString::number(s.framesPerSecond, 'f', 1);
-    QString line = QString("frames/s %1 | scan %2 ms | scans %3 | retries %4 | given up %5 | last %6")
-                       .arg(rate)
-                       .arg(s.scanMs, 0, 'f', 1)
-                       .arg(s.scans)
-                       .arg(s.retries)
-                       .arg(s.givenUp)
-                       .arg(s.lastException >= 0 ? lastMeaning(s)
-                                                 : QString("%1 %2").arg(s.lastCode).arg(
-                                                       codeMeaning(s.lastCode)));
+    QString line =
+        QString("frames/s %1 | scan %2 ms | scans %3 | retries %4 | given up %5 | last %6")
+            .arg(rate)
+            .arg(s.scanMs, 0, 'f', 1)
+            .arg(s.scans)
+            .arg(s.retries)
+            .arg(s.givenUp)
+            .arg(s.lastException >= 0
+                     ? lastMeaning(s)
+                     : QString("%1 %2").arg(s.lastCode).arg(codeMeaning(s.lastCode)));
     if (!s.linkUp)
         line += QString(" | LINK LOST, %1 reopen attempts").arg(s.reopenAttempts);
     else if (s.linkLost > 0)

@@ -16,9 +16,9 @@ struct PollStats {
     long long linkLost = 0;        // times the port failed and was reopened
     long long reopenAttempts = 0;  // failed attempts to reopen a lost port
     bool linkUp = true;
-    int lastCode = -1;       // result code of the last finished request
-    int lastException = -1;  // the controller's exception code, when it refused that request
-    double scanMs = 0;       // duration of the last complete scan
+    int lastCode = -1;            // result code of the last finished request
+    int lastException = -1;       // the controller's exception code, when it refused that request
+    double scanMs = 0;            // duration of the last complete scan
     double framesPerSecond = -1;  // -1 until a quarter of a second has been measured
 };
 

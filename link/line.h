@@ -52,23 +52,23 @@ struct Exchange {
     };
     Outcome outcome = NoAnswer;
     Bytes reply;
-    int expected = 0;        // bytes the reply needed (5 for an exception reply)
-    double rttMs = 0;        // request drained to the reply's last byte
-    double silenceMs = 0;    // Cut: how long the line then stayed silent
-    int strayBefore = 0;     // bytes waiting on the line before the request went out
-    int strayAfter = 0;      // bytes that came with the reply, after its end
-    int skipped = 0;         // bytes read that could not start the reply
-    int otherStation = 0;    // skips that were replies of another station
-    int otherFrame = 0;      // skips that were replies to another frame
-    int late = 0;            // bytes that came while the line settled
-    int checks = 0;          // confirming reads sent
-    int framesSent = 0;      // frames put on the line: the request and the checks
-    int repliesHeard = 0;    // whole replies read, exceptions included
+    int expected = 0;          // bytes the reply needed (5 for an exception reply)
+    double rttMs = 0;          // request drained to the reply's last byte
+    double silenceMs = 0;      // Cut: how long the line then stayed silent
+    int strayBefore = 0;       // bytes waiting on the line before the request went out
+    int strayAfter = 0;        // bytes that came with the reply, after its end
+    int skipped = 0;           // bytes read that could not start the reply
+    int otherStation = 0;      // skips that were replies of another station
+    int otherFrame = 0;        // skips that were replies to another frame
+    int late = 0;              // bytes that came while the line settled
+    int checks = 0;            // confirming reads sent
+    int framesSent = 0;        // frames put on the line: the request and the checks
+    int repliesHeard = 0;      // whole replies read, exceptions included
     bool echoMissing = false;  // an echo was to come first, and other bytes came
     bool echoHeard = false;    // the request itself came back before the reply
-    bool doubted = false;    // the reply could have been a stray copy
-    bool confirmed = false;  // ... and the confirming reads showed it was not
-    std::string doubt;       // why it was doubted
+    bool doubted = false;      // the reply could have been a stray copy
+    bool confirmed = false;    // ... and the confirming reads showed it was not
+    std::string doubt;         // why it was doubted
 };
 
 class Line {

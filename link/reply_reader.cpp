@@ -40,11 +40,15 @@ Expectation expectRemoteReply(const std::uint8_t *request, std::size_t n, int re
         return e;
     if (r.rwMode == remote::Write) {
         e.function = WriteRegisters;
-    } else if (r.areaType >= 0 && r.areaType <= 25) {
+        e.echoes = true;
+        e.echoFrom = 2;
+        e.echo[2] = std::uint8_t(r.count >> 8);
+        e.echo[3] = std::uint8_t(r.count);
+    } else {
+        // A type that is no area is answered in the word shape, as the
+        // driver expects it.
         e.function = remoteBitArea(r.areaType) ? ReadCoils : ReadRegisters;
         e.byteCount = replyLength >= 5 ? (replyLength - 5) & 0xFF : -1;
-    } else {
-        return e;  // no register frame answers it: held to its length only
     }
     e.station = r.station;
     return e;
@@ -65,7 +69,7 @@ std::size_t fittingPrefix(const Expectation &e, const std::uint8_t *buf, std::si
     if (buf[1] != e.function)
         return 1;
     if (e.echoes) {
-        for (std::size_t i = 2; i < n && i < 6; ++i)
+        for (std::size_t i = 2 + std::size_t(e.echoFrom); i < n && i < 6; ++i)
             if (buf[i] != e.echo[i - 2])
                 return i;
         return n;

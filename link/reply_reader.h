@@ -26,6 +26,7 @@ struct Expectation {
     int byteCount = -1;         // third byte of a read reply; -1 not checked
     std::uint8_t echo[4] = {};  // bytes 2..5 a write reply echoes
     bool echoes = false;
+    int echoFrom = 0;  // the first of those checked: 2 when only the quantity is known
 };
 
 // The reply to a Modbus RTU request as sent (CRC included) that the driver
@@ -35,7 +36,8 @@ Expectation expectReply(const std::uint8_t *request, std::size_t n, int replyLen
 
 // The reply to a remote link's request description: the controller's reply
 // to the register frame it stands for (0x01 with a bit area's bytes, 0x03
-// with registers, the 0x10 echo of a write).
+// with registers, the 0x10 echo of a write). The far end places the element
+// by its own address map, so of a write's echo only the quantity is known.
 Expectation expectRemoteReply(const std::uint8_t *request, std::size_t n, int replyLength);
 
 enum class Verdict {

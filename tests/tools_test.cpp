@@ -251,7 +251,8 @@ TEST(ToolsTest, FormatsRoundTripAndCsvRows)
                  "--scans 2 --interval-ms 0 --csv D100:int16 D102-D103:float D104-D105:float:cdab "
                  "D102-D103:int32 D106-D108:string D100:hex D7999-D8000"));
     EXPECT_EQ(1, r.status) << r.err;  // D8000 is past the end of D
-    const std::string header = "time,scan,D100,D102,D104,D102,D106,D100,D7999,D8000\n";
+    const std::string header = "time,scan,D100:int16,D102:float,D104:float:cdab,D102:int32,"
+                               "D106:string,D100:hex,D7999,D8000\n";
     ASSERT_EQ(0u, r.out.find(header)) << r.out;
     EXPECT_EQ(std::string::npos, r.out.find("time,", 1)) << "one header: " << r.out;
     EXPECT_EQ("", missing(r.out, {",1,-2,-1.5,-1.5,-1077936128,\"hello\",0xFFFE,0,\n",
@@ -504,9 +505,9 @@ TEST(ToolsTest, ScanFindsTheControllersSettingsOnly)
         {controller,
          "--scan-stations 5-9 --scan-bauds 9600,38400,57600",
          0,
-         {"{\"baud\": 38400, \"parity\": \"even\", \"stop\": 1, \"station\": 7, \"rtt_ms\": ",
-          "\"finds\": 1, \"combinations\": 4,"}},
-        {empty, "--scan-stations 1-3 --scan-bauds 9600,19200", 1, {"\"finds\": 0,"}},
+         {"{\"baud\":38400,\"parity\":\"even\",\"stop\":1,\"station\":7,\"rtt_ms\":",
+          " -b 38400 -P even -s 1 -a 7 D0-D9\"}", "\"finds\":1,\"combinations\":4,"}},
+        {empty, "--scan-stations 1-3 --scan-bauds 9600,19200", 1, {"\"finds\":0,"}},
     };
     for (const auto &c : cases) {
         const Result r = run(poll(c.line.path(), std::string("--scan --json ") + c.scan));
