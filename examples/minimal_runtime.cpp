@@ -74,14 +74,14 @@ int main(int argc, char **argv)
     rvlink::PortSettings port;
     port.path = argv[1];
     port.format.baud = argc > 3 ? std::atoi(argv[3]) : 19200;
-    rvlink::SerialPort serial(port);
     std::string error;
-    if (!serial.open(error))
+    const std::unique_ptr<rvlink::Port> serial = rvlink::makePort(port, error);
+    if (!serial || !serial->open(error))
         return std::fprintf(stderr, "minimal_runtime: %s\n", error.c_str()), 2;
     rvlink::LineOptions options;  // 500 ms for a reply to start and between its pieces
     options.format = port.format;
     options.remoteFrames = remote;
-    rvlink::Line line(serial, options);
+    rvlink::Line line(*serial, options);
 
     // Set-up, before the communication loop starts. The record must outlive
     // the driver's use of it.

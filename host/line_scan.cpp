@@ -5,6 +5,7 @@
 
 #include "common/words.h"
 #include "line_stats.h"
+#include "link/port_factory.h"
 #include "link/rtu_frame.h"
 #include "poll_stats.h"
 
@@ -68,10 +69,11 @@ ScanResult scanLine(const LinkSettings &line, const ScanSettings &scan, FILE *pr
             // Another station's late reply is skipped by its station byte, so
             // the scan need not wait past the timeout after silence.
             settings.windowMs = settings.timeoutMs;
-            rvlink::SerialPort port(settings.portSettings());
-            rvlink::Line link(port, settings.lineOptions());
-            if (!port.open(error))
+            const std::unique_ptr<rvlink::Port> port =
+                rvlink::makePort(settings.portSettings(), error);
+            if (!port || !port->open(error))
                 return r;
+            rvlink::Line link(*port, settings.lineOptions());
             ScanCombination c;
             c.baud = settings.baud;
             c.parity = settings.parity;
@@ -118,7 +120,7 @@ ScanResult scanLine(const LinkSettings &line, const ScanSettings &scan, FILE *pr
                 }
             }
             r.combinations.append(c);
-            port.close();
+            port->close();
             if (c.finds > 0 && !scan.all) {
                 r.seconds = std::chrono::duration<double>(Clock::now() - started).count();
                 r.interrupted = stop;

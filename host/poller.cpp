@@ -7,6 +7,7 @@
 
 #include "localarea/areas.h"
 #include "common/remote_text.h"
+#include "link/port_factory.h"
 #include "link/rtu_frame.h"
 
 namespace {
@@ -32,20 +33,23 @@ Poller::Poller(const DriverApi &api, WriteTracker &writes, ComInfo *info, const 
       writes_(writes),
       info_(info),
       settings_(link),
-      port_(link.portSettings()),
-      line_(port_, link.lineOptions()),
       blocks_(blocks > 0 ? blocks : 1),
       trace_(trace),
       intervalMs_(intervalMs)
-{
-    line_.setTrace(trace ? stderr : nullptr);
-}
+{}
 
 bool Poller::openLink(std::string &error)
 {
-    if (!port_.open(error))
+    if (!port_) {
+        port_ = rvlink::makePort(settings_.portSettings(), error);
+        if (!port_)
+            return false;
+        line_.reset(new rvlink::Line(*port_, settings_.lineOptions()));
+        line_->setTrace(trace_ ? stderr : nullptr);
+    }
+    if (!port_->open(error))
         return false;
-    line_.restart();
+    line_->restart();
     return true;
 }
 
@@ -64,7 +68,8 @@ void Poller::stop()
     scanDone_.notify_all();
     if (thread_.joinable())
         thread_.join();
-    port_.close();
+    if (port_)
+        port_->close();
 }
 
 PollStats Poller::stats() const
@@ -113,7 +118,7 @@ LineStats Poller::lineStats() const
 
 bool Poller::ensureLink()
 {
-    if (port_.isOpen())
+    if (port_ && port_->isOpen())
         return true;
     std::string error;
     if (openLink(error)) {
@@ -209,11 +214,11 @@ bool Poller::exchange(Protocol *p)
     if (trace_ && settings_.remoteFrames &&
         rvlink::parseRemoteRequest(frame.data(), frame.size(), remote))
         fprintf(stderr, "         %s\n", describeRemoteRequest(remote).toLocal8Bit().constData());
-    const rvlink::Exchange x = line_.exchange(frame, replyLength);
+    const rvlink::Exchange x = line_->exchange(frame, replyLength);
     if (x.outcome == rvlink::Exchange::Lost) {
         if (linkMessages_)
             fprintf(stderr, "rvpoll: link to %s lost, reopening\n", settings_.port.c_str());
-        port_.close();
+        port_->close();
     }
     {
         std::lock_guard<std::mutex> lock(mutex_);
@@ -269,7 +274,7 @@ bool Poller::exchange(Protocol *p)
     bool scanComplete = finished(r, code, x, verdict);
     // A scan's values are shown once it is complete: bytes arriving just
     // after its last reply put that reply in doubt before anyone sees it.
-    if (scanComplete && line_.listen() > 0) {
+    if (scanComplete && line_->listen() > 0) {
         std::lock_guard<std::mutex> lock(mutex_);
         if (lastBlock_ >= 0 && lastBlock_ < blockStates_.size())
             blockStates_[lastBlock_].doubted = true;

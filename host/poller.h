@@ -6,6 +6,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -98,8 +99,8 @@ private:
     WriteTracker &writes_;
     ComInfo *info_;
     LinkSettings settings_;
-    rvlink::SerialPort port_;
-    rvlink::Line line_;
+    std::unique_ptr<rvlink::Port> port_;
+    std::unique_ptr<rvlink::Line> line_;
     int blocks_;
     bool trace_;
     bool linkMessages_ = true;

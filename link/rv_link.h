@@ -7,6 +7,7 @@
 #include "confirm_read.h"
 #include "line.h"
 #include "line_timing.h"
+#include "port_factory.h"
 #include "port_lock.h"
 #include "remote_frame.h"
 #include "reply_reader.h"
