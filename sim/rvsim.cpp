@@ -15,11 +15,11 @@
 #include "line_link.h"
 #include "live_data.h"
 #include "presets.h"
-#include "remote_link.h"
 #include "request_log.h"
 #include "sim_options.h"
 #include "sim/server/modbus_server.h"
-#include "sim/server/pty_settings.h"
+#include "link/serial_port.h"
+#include "sim/server/remote_framing.h"
 
 namespace {
 
@@ -30,16 +30,23 @@ int fail(const std::string &message)
 }
 
 // The master side of a new raw pseudo-terminal at the line's speed and stop
-// bits, so a poller that sets none is heard; the slave side stays open here
-// too, so the line does not hang up between two pollers.
+// bits (it carries no parity), so a poller that sets none is heard; the
+// slave side stays open here too, so the line does not hang up between two
+// pollers.
 bool openPty(const SimOptions &o, int &master, int &slave, std::string &path, std::string &error)
 {
-    char name[128];
+    rvlink::LineFormat format = o.line.format;
+    format.parity = 'N';
     termios raw;
-    if (!rawPtySettings(o.baud, o.stopBits, raw) && !rawPtySettings(19200, o.stopBits, raw)) {
-        error = "cannot set up a pseudo-terminal";
-        return false;
+    if (!rvlink::rawTermios(format, raw, error)) {
+        format.baud = 19200;  // no terminal speed is the line's: any is heard
+        if (!rvlink::rawTermios(format, raw, error)) {
+            error = "cannot set up a pseudo-terminal: " + error;
+            return false;
+        }
     }
+    raw.c_cc[VMIN] = 1;  // a poller that sets nothing waits for a byte
+    char name[128];
     if (openpty(&master, &slave, name, &raw, nullptr) != 0) {
         error = "cannot create a pseudo-terminal";
         return false;
@@ -75,14 +82,15 @@ bool openSerial(const SimOptions &o, sp_port *&port, int &fd, std::string &error
     }
     close(fd);
     fd = -1;
-    const sp_parity parity = o.parity == 'N'   ? SP_PARITY_NONE
-                             : o.parity == 'O' ? SP_PARITY_ODD
+    const rvlink::LineFormat &f = o.line.format;
+    const sp_parity parity = f.parity == 'N'   ? SP_PARITY_NONE
+                             : f.parity == 'O' ? SP_PARITY_ODD
                                                : SP_PARITY_EVEN;
     const char *step = "open";
     if (sp_open(port, SP_MODE_READ_WRITE) == SP_OK) {
         step = "configure";
-        if (sp_set_baudrate(port, o.baud) == SP_OK && sp_set_bits(port, 8) == SP_OK &&
-            sp_set_parity(port, parity) == SP_OK && sp_set_stopbits(port, o.stopBits) == SP_OK &&
+        if (sp_set_baudrate(port, f.baud) == SP_OK && sp_set_bits(port, 8) == SP_OK &&
+            sp_set_parity(port, parity) == SP_OK && sp_set_stopbits(port, f.stopBits) == SP_OK &&
             sp_set_flowcontrol(port, SP_FLOWCONTROL_NONE) == SP_OK &&
             sp_get_port_handle(port, &fd) == SP_OK)
             return true;
@@ -136,9 +144,9 @@ int main(int argc, char **argv)
     if (port)
         o.line.pace = false;
     ModbusServer server(fd);
-    RemoteLink remoteLink;
+    RemoteFraming remoteFraming;
     if (o.remoteLink)
-        server.setFraming(&remoteLink);
+        server.setFraming(&remoteFraming);
     server.setStations(o.stations);
     server.setFaults(o.faults);
     server.setScript(o.script);
