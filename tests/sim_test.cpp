@@ -251,6 +251,7 @@ TEST(SimTest, PacingAndPieces)
 
 // --link: a path a running rvsim serves is refused, one a dead rvsim left is
 // taken over, and SIGTERM ends the run at once, the link and lock removed.
+// A --port device another program holds is refused, naming it.
 TEST(SimTest, LinkOwnershipAndStop)
 {
     const std::string line = "/tmp/rvsim-test-line-" + std::to_string(getpid());
@@ -259,6 +260,14 @@ TEST(SimTest, LinkOwnershipAndStop)
     const std::string refused =
         runCommand("'" RVSIM_PATH "' --link " + line + " 2>&1; echo \"<$?>\"");
     EXPECT_EQ("", missing(refused, {" is in use by a running rvsim (pid ", ")\n<2>"})) << refused;
+    {
+        Sim holder("--port " + first.path());
+        ASSERT_FALSE(holder.path().empty()) << holder.output();
+        const std::string held = first.path() + " is in use by process ";
+        const std::string busy =
+            runCommand("'" RVSIM_PATH "' --port " + first.path() + " 2>&1; echo \"<$?>\"");
+        EXPECT_EQ("", missing(busy, {held.c_str(), " (rvsim)\n<2>"})) << busy;
+    }
     first.stop();
 
     // What an rvsim killed outright leaves: the link and an unlocked lock file.
