@@ -132,7 +132,8 @@ bool parseSimOptions(int argc, char **argv, SimOptions &o, std::string &error)
         {"--truncate", &o.faults.truncate, ""}, {"--wrong-station", &o.faults.wrongStation, ""},
         {"--delay", &o.faults.delay, ""},       {"--exception-rate", &o.faults.exception, ""},
         {"--lose", &o.faults.lose, ""},         {"--twice", &o.faults.twice, ""},
-        {"--noise", &o.faults.noise, ""}};
+        {"--noise", &o.faults.noise, ""},       {"--late-answering", &o.faults.lateAnswering, ""},
+        {"--resend", &o.faults.resend, ""}};
     app.add_option("--port", o.device);
     app.add_option("--link", o.link);
     app.add_option("-b,--baud", baud);
@@ -238,8 +239,10 @@ bool parseSimOptions(int argc, char **argv, SimOptions &o, std::string &error)
     if (onPty && !noPace && app.count("--parity"))
         o.notes.push_back("--parity sets only the character time here: a pseudo-terminal "
                           "carries no parity");
-    if (app.count("--delay-ms") && f.delay <= 0 && !scripted(o.script, F::Late))
-        o.notes.push_back("--delay-ms has no effect without --delay or late in --script");
+    if (app.count("--delay-ms") && f.delay <= 0 && f.lateAnswering <= 0 &&
+        !scripted(o.script, F::Late) && !scripted(o.script, F::LateAnswering))
+        o.notes.push_back("--delay-ms has no effect without --delay, --late-answering, or late "
+                          "or late-answering in --script");
     if (app.count("--twice-ms") && f.twice <= 0 && !scripted(o.script, F::Twice))
         o.notes.push_back("--twice-ms has no effect without --twice or twice in --script");
     const bool randomScript = scripted(o.script, F::Cut) || scripted(o.script, F::Noise);

@@ -27,7 +27,7 @@ R rates(const std::vector<std::pair<double R::*, double>> &shares, unsigned seed
 
 TEST(FaultPlanTest, ASeedDrawsKnownFaultsInTheOrderOfTheShares)
 {
-    const double e = 1.0 / 9;
+    const double e = 1.0 / 11;
     const struct {
         R rates;
         std::vector<F::Fault> expected;
@@ -42,10 +42,15 @@ TEST(FaultPlanTest, ASeedDrawsKnownFaultsInTheOrderOfTheShares)
                 {&R::exception, e},
                 {&R::lose, e},
                 {&R::twice, e},
-                {&R::noise, e}},
+                {&R::noise, e},
+                {&R::lateAnswering, e},
+                {&R::resend, e}},
                3),
-         {F::Drop, F::Twice, F::BadCrc, F::Exception, F::WrongStation, F::Drop, F::Drop, F::Cut,
-          F::Drop, F::Lose, F::BadCrc, F::Late}},
+         {F::Drop, F::LateAnswering, F::BadCrc, F::Lose, F::Late, F::Drop, F::Drop, F::Cut,
+          F::BadCrc, F::Twice, F::BadCrc, F::Late}},
+        {rates({{&R::lateAnswering, .25}, {&R::resend, .25}}, 2),
+         {F::LateAnswering, F::None, F::None, F::Resend, F::Resend, F::LateAnswering, F::None,
+          F::LateAnswering}},
         {rates({}, 1), {F::None, F::None}},
     };
     for (const auto &c : cases) {
@@ -58,7 +63,7 @@ TEST(FaultPlanTest, ASeedDrawsKnownFaultsInTheOrderOfTheShares)
     }
     // Shares that add up to 1 leave no request without a fault.
     FaultPlan plan;
-    plan.setRates(rates({{&R::drop, .7}, {&R::lose, .3}}, 5));
+    plan.setRates(rates({{&R::drop, .7}, {&R::resend, .3}}, 5));
     for (int i = 0; i < 1000; ++i)
         ASSERT_NE(F::None, plan.next(1).fault) << i;
 }
@@ -110,9 +115,13 @@ TEST(FaultPlanTest, EachFaultAltersTheReplyAndSaysWhat)
         {F::Cut, 4, echo, {0x01, 0x06, 0x00, 0x0A}, "reply cut to 4 of 8 bytes"},
         {F::WrongStation, 1, echo, echo, "reply sent from station 2"},
         {F::Late, 1, echo, echo, "reply delayed 200 ms"},
+        {F::LateAnswering, 1, echo, echo,
+         "reply sent 200 ms late, later requests answered meanwhile"},
         {F::Twice, 1, echo, echo, "reply sent again 50 ms later"},
         {F::Exception, 1, echo, echo, "request not applied"},
         {F::Lose, 1, {}, {}, "request lost on the line, no reply"},
+        {F::Resend, 1, echo, echo, "the last reply sent again (8 bytes)"},
+        {F::Resend, 1, {}, {}, "no reply sent before, nothing sent"},
         {F::Noise,
          1,
          echo,
@@ -141,8 +150,8 @@ TEST(FaultPlanTest, EachFaultAltersTheReplyAndSaysWhat)
 
 TEST(FaultPlanTest, NamesJitterAndNoiseAtOtherSettings)
 {
-    const char *const names[] = {"ok",   "drop",      "crc",  "cut",   "wrong-station",
-                                 "late", "exception", "lose", "twice", "noise"};
+    const char *const names[] = {"ok",        "drop", "crc",   "cut",   "wrong-station",  "late",
+                                 "exception", "lose", "twice", "noise", "late-answering", "resend"};
     for (int kind = 0; kind < F::kKinds; ++kind) {
         F::Fault f = F::None;
         EXPECT_TRUE(F::byName(names[kind], f) && f == kind) << names[kind];

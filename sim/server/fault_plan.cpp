@@ -3,7 +3,8 @@
 namespace {
 
 const char *const kNames[FaultPlan::kKinds] = {
-    "ok", "drop", "crc", "cut", "wrong-station", "late", "exception", "lose", "twice", "noise"};
+    "ok",        "drop", "crc",   "cut",   "wrong-station",  "late",
+    "exception", "lose", "twice", "noise", "late-answering", "resend"};
 
 int drawInt(std::mt19937 &rng, int low, int high)
 {
@@ -34,7 +35,8 @@ bool FaultPlan::byName(const std::string &name, Fault &out)
 
 double FaultPlan::Rates::total() const
 {
-    return drop + badCrc + truncate + wrongStation + delay + exception + lose + twice + noise;
+    return drop + badCrc + truncate + wrongStation + delay + exception + lose + twice + noise +
+           lateAnswering + resend;
 }
 
 FaultPlan::FaultPlan() : rng_(rates_.seed) {}
@@ -70,9 +72,10 @@ FaultPlan::Choice FaultPlan::next(int station)
     } else if (scriptAt_ < script_.size()) {
         c.fault = script_[scriptAt_++];
     } else if (rates_.total() > 0) {
-        const double shares[] = {rates_.drop,         rates_.badCrc, rates_.truncate,
-                                 rates_.wrongStation, rates_.delay,  rates_.exception,
-                                 rates_.lose,         rates_.twice,  rates_.noise};
+        const double shares[] = {rates_.drop,          rates_.badCrc, rates_.truncate,
+                                 rates_.wrongStation,  rates_.delay,  rates_.exception,
+                                 rates_.lose,          rates_.twice,  rates_.noise,
+                                 rates_.lateAnswering, rates_.resend};
         const double u = std::uniform_real_distribution<double>(0.0, 1.0)(rng_);
         double edge = 0;
         for (int i = 0; i < kKinds - 1 && c.fault == None; ++i) {
@@ -107,6 +110,12 @@ std::string FaultPlan::alter(const Choice &c, std::vector<uint8_t> &reply)
     case Lose: return "request lost on the line, no reply";
     case Twice: return "reply sent again " + std::to_string(c.twiceMs) + " ms later";
     case Noise: return addNoise(reply);
+    case LateAnswering:
+        return "reply sent " + std::to_string(c.delayMs) +
+               " ms late, later requests answered meanwhile";
+    case Resend:
+        return n == 0 ? "no reply sent before, nothing sent"
+                      : "the last reply sent again (" + bytesText(n) + ")";
     default: return "";
     }
 }

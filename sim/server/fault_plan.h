@@ -15,20 +15,22 @@ class FaultPlan {
 public:
     enum Fault {
         None = 0,
-        Drop,          // the request is applied, no reply is sent
-        BadCrc,        // the reply's last byte flipped
-        Cut,           // only the first 1..n-1 reply bytes are sent
-        WrongStation,  // a valid reply from the next station
-        Late,          // the reply is sent delayMs late; the server waits meanwhile
-        Exception,     // exception 0x04 (server failure) instead; not applied
-        Lose,          // the request never arrives: not applied, no reply
-        Twice,         // the reply, then the same bytes again twiceMs after it
-        Noise          // a bit flipped or stray bytes added
+        Drop,           // the request is applied, no reply is sent
+        BadCrc,         // the reply's last byte flipped
+        Cut,            // only the first 1..n-1 reply bytes are sent
+        WrongStation,   // a valid reply from the next station
+        Late,           // the reply is sent delayMs late; the server waits meanwhile
+        Exception,      // exception 0x04 (server failure) instead; not applied
+        Lose,           // the request never arrives: not applied, no reply
+        Twice,          // the reply, then the same bytes again twiceMs after it
+        Noise,          // a bit flipped or stray bytes added
+        LateAnswering,  // the reply is sent delayMs late; later requests are answered meanwhile
+        Resend          // not applied; the last reply put on the line goes out again instead
     };
-    static const int kKinds = Noise + 1;
+    static const int kKinds = Resend + 1;
 
     // The name in scripts and in the log: ok, drop, crc, cut, wrong-station,
-    // late, exception, lose, twice, noise.
+    // late, exception, lose, twice, noise, late-answering, resend.
     static const char *name(Fault f);
     // False for a name no fault has.
     static bool byName(const std::string &name, Fault &out);
@@ -46,7 +48,9 @@ public:
         double lose = 0;
         double twice = 0;
         double noise = 0;
-        int delayMs = 200;  // how late a late reply is
+        double lateAnswering = 0;
+        double resend = 0;
+        int delayMs = 200;  // how late a late reply is, either kind
         int twiceMs = 50;   // from the end of the first copy to the start of the second
         unsigned seed = 1;  // of every random choice: faults, cut lengths, noise, jitter
 
@@ -55,7 +59,7 @@ public:
 
     struct Choice {
         Fault fault = None;
-        int delayMs = 0;       // Late
+        int delayMs = 0;       // Late and LateAnswering
         int twiceMs = 0;       // Twice
         int replyStation = 0;  // the station the reply names: another for WrongStation
     };

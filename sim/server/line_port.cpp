@@ -177,7 +177,7 @@ bool LinePort::heardAtOtherSettings(rvlink::LineFormat &heard) const
            (heard.baud != own.format.baud || heard.stopBits != own.format.stopBits);
 }
 
-bool LinePort::send(const std::vector<uint8_t> &bytes, Clock::time_point start)
+bool LinePort::send(const std::vector<uint8_t> &bytes, Clock::time_point start, bool reply)
 {
     if (bytes.empty() || !pauseUs(usUntil(start)))
         return running_;
@@ -190,6 +190,10 @@ bool LinePort::send(const std::vector<uint8_t> &bytes, Clock::time_point start)
         writeLine(bytes.data() + c.offset, c.length);
     }
     ++sent_;
+    if (reply) {
+        std::lock_guard<std::mutex> hold(mutex_);
+        lastReply_ = bytes;
+    }
     return running_;
 }
 
@@ -200,6 +204,12 @@ void LinePort::sendLater(const std::vector<uint8_t> &bytes, Clock::time_point st
         return;
     scheduled_.emplace(start, bytes);
     due_.notify_one();
+}
+
+std::vector<uint8_t> LinePort::lastReply() const
+{
+    std::lock_guard<std::mutex> hold(mutex_);
+    return lastReply_;
 }
 
 void LinePort::sendScheduled()

@@ -70,17 +70,18 @@ public:
     bool heardAtOtherSettings(rvlink::LineFormat &heard) const;
 
     // Writes `bytes` at the line's pace from `start` on (or once the line is
-    // free); false once stopping.
-    bool send(const std::vector<uint8_t> &bytes, Clock::time_point start);
+    // free); false once stopping. A reply is remembered for lastReply().
+    bool send(const std::vector<uint8_t> &bytes, Clock::time_point start, bool reply = true);
     // The same by the port's thread, returning at once.
     void sendLater(const std::vector<uint8_t> &bytes, Clock::time_point start);
+    // The bytes of the last reply put on the line; empty before the first.
+    std::vector<uint8_t> lastReply() const;
     // Frames written, replies or not.
     uint64_t framesSent() const { return sent_; }
 
+private:
     // Sleeps `us` microseconds unless stopped first; false once stopping.
     bool pauseUs(long long us);
-
-private:
     bool readByte(uint8_t &byte, int timeoutMs);
     void writeLine(const uint8_t *data, size_t length);
     void sendScheduled();
@@ -89,8 +90,9 @@ private:
     int wake_[2];
     std::atomic<bool> running_;
     std::atomic<uint64_t> sent_;
-    mutable std::mutex mutex_;  // line_, scheduled_
+    mutable std::mutex mutex_;  // line_, lastReply_, scheduled_
     LineSettings line_;
+    std::vector<uint8_t> lastReply_;
     std::multimap<Clock::time_point, std::vector<uint8_t>> scheduled_;
     std::condition_variable due_;
     std::mutex busy_;  // held while a frame goes out

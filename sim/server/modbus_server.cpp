@@ -142,6 +142,7 @@ void ModbusServer::handle(const RequestFraming &framing, const std::vector<uint8
             std::lock_guard<std::mutex> hold(stateMutex_);
             a.bytes = plan_.misheardNoise();
         }
+        a.reply = false;
         a.thinkMs = port_.line().turnaroundMs;
         const size_t n = a.bytes.size();
         if (n > 0)
@@ -170,7 +171,9 @@ void ModbusServer::handle(const RequestFraming &framing, const std::vector<uint8
     if (a.bytes.empty())
         return;
     const Clock::time_point start = lastByteIn + std::chrono::milliseconds(a.thinkMs);
-    if (port_.send(a.bytes, start) && a.copyMs >= 0)
+    if (a.meanwhile)
+        port_.sendLater(a.bytes, start);
+    else if (port_.send(a.bytes, start, a.reply) && a.copyMs >= 0)
         port_.sendLater(a.bytes, Clock::now() + std::chrono::milliseconds(a.copyMs));
 }
 
@@ -210,7 +213,9 @@ std::string ModbusServer::answer(const RequestFraming &framing,
         ++faults_;
     std::string outcome = "not applied";
     std::vector<uint8_t> reply;
-    if (c.fault != FaultPlan::Lose) {
+    if (c.fault == FaultPlan::Resend) {
+        reply = port_.lastReply();
+    } else if (c.fault != FaultPlan::Lose) {
         if (c.fault == FaultPlan::Exception && !refused)
             refused = MODBUS_EXCEPTION_SLAVE_OR_SERVER_FAILURE;
         reply = refused ? bridge_.refuse(req, refused, c.replyStation)
@@ -229,8 +234,9 @@ std::string ModbusServer::answer(const RequestFraming &framing,
         return outcome;
     a.bytes = reply;
     a.thinkMs = line.turnaroundMs + plan_.jitterMs(line.jitterMs);
-    if (c.fault == FaultPlan::Late)
+    if (c.fault == FaultPlan::Late || c.fault == FaultPlan::LateAnswering)
         a.thinkMs += c.delayMs;
+    a.meanwhile = c.fault == FaultPlan::LateAnswering;
     a.copyMs = c.fault == FaultPlan::Twice ? c.twiceMs : -1;
     return outcome;
 }

@@ -111,8 +111,10 @@ private:
     // What goes back for a request, and when.
     struct Answer {
         std::vector<uint8_t> bytes;
-        int thinkMs = 0;  // after the request's last byte
-        int copyMs = -1;  // the same bytes again this long after the first
+        bool reply = true;       // a reply, not noise
+        int thinkMs = 0;         // after the request's last byte
+        bool meanwhile = false;  // sent while the server answers later requests
+        int copyMs = -1;         // the same bytes again this long after the first
     };
 
     void serve();
