@@ -9,6 +9,24 @@
 
 namespace rvlink {
 
+namespace {
+
+// The first whole reply of the shape `e` describes in `bytes`, or nothing.
+Bytes wholeReplyIn(const Expectation &e, const Bytes &bytes)
+{
+    for (std::size_t at = 0; at < bytes.size();) {
+        const Step s = readReply(e, bytes.data() + at, bytes.size() - at, false);
+        if (s.verdict == Verdict::Frame)
+            return Bytes(bytes.begin() + long(at), bytes.begin() + long(at) + s.bytes);
+        if (s.verdict == Verdict::NeedMore)
+            break;
+        at += std::size_t(s.bytes);
+    }
+    return Bytes();
+}
+
+}  // namespace
+
 Line::Line(Port &port, const LineOptions &options)
     : port_(port),
       options_(options),
@@ -58,14 +76,18 @@ bool Line::send(const Bytes &frame)
     return sent;
 }
 
-void Line::noteStrayBytes(const Bytes &bytes)
+void Line::noteStrayBytes(const Bytes &bytes, const Bytes *request, const Bytes &answer)
 {
     if (bytes.empty())
         return;
     const long long now = nowMs();
     guard_.noteStrays(now);
-    for (const Bytes &reply : findReplies(bytes.data(), bytes.size()))
-        guard_.noteUnanswered(reply, now);
+    for (const Bytes &reply : findReplies(bytes.data(), bytes.size())) {
+        if (request && reply == answer)
+            guard_.noteAnswer(*request, reply, now, true);
+        else
+            guard_.noteUnanswered(reply, now);
+    }
 }
 
 int Line::takeStrays()
@@ -86,11 +108,13 @@ int Line::takeStrays()
     return total + flushed;
 }
 
-int Line::settle(long long untilMs, int quietMs, long long sentMs)
+int Line::settle(long long untilMs, int quietMs, long long sentMs, const Bytes *request,
+                 const Expectation *expect)
 {
     int discarded = 0;
     Bytes buf(512), late;
     long long lastByteMs = -1;
+    Bytes answer;  // the failed request's own late answer, once it came
     for (;;) {
         const long long now = nowMs();
         long long wait = untilMs - now;
@@ -109,15 +133,26 @@ int Line::settle(long long untilMs, int quietMs, long long sentMs)
         trace(Bytes(buf.begin(), buf.begin() + n), '<', '>', sentMs >= 0 ? sentMs : lastByteMs);
         if (sentMs >= 0 && guard_.noteLateness(lastByteMs - sentMs))
             widened_ = true;
+        // The failed request's answer, late: nothing more is owed by it. A
+        // copy of a reply seen is no such answer; the wait goes on.
+        if (expect && request && answer.empty()) {
+            const Bytes reply = wholeReplyIn(*expect, late);
+            if (!reply.empty() && !guard_.couldBeCopy(*request, reply, lastByteMs)) {
+                answer = reply;
+                untilMs = lastByteMs;
+            }
+        }
     }
-    noteStrayBytes(late);
+    // The failed request's answer, though too late to be taken, is its own:
+    // the same bytes asked again are no copy of another's.
+    noteStrayBytes(late, answer.empty() ? nullptr : request, answer);
     quietSince_ = Clock::now();
     return discarded;
 }
 
-int Line::settleAfterFailure(long long sentMs)
+int Line::settleAfterFailure(long long sentMs, const Bytes *request, const Expectation *late)
 {
-    return settle(sentMs + guard_.windowMs(), options_.byteTimeoutMs, sentMs);
+    return settle(sentMs + guard_.windowMs(), options_.byteTimeoutMs, sentMs, request, late);
 }
 
 int Line::confirmQuietMs() const
@@ -248,7 +283,7 @@ bool Line::confirm(const Bytes &frame, Exchange &x)
     for (int attempt = 0; attempt < 3; ++attempt) {
         const Confirmation plan =
             planConfirmation(frame, options_.remoteFrames,
-                             guard_.shapesInWindow(station, function, nowMs()), attempt);
+                             guard_.shapesRemembered(station, function, nowMs()), attempt);
         if (plan.reads.empty())
             return false;
         std::vector<Bytes> replies;
@@ -319,8 +354,10 @@ Exchange Line::exchange(const Bytes &frame, int replyLength)
         x.reply.size() >= 2 && isException(x.reply[1]) ? kExceptionReplyLength : replyLength;
     if (x.outcome != Exchange::Answered || !crcCloses(x.reply.data(), x.reply.size())) {
         // The driver turns a bad reply down; either way a late or longer
-        // reply may still be coming.
-        x.late += settleAfterFailure(sentMs);
+        // reply may still be coming, unless nothing came yet and it does.
+        const Expectation expect = expectationOf(frame, replyLength);
+        const bool silent = x.outcome == Exchange::NoAnswer && x.skipped == 0;
+        x.late += settleAfterFailure(sentMs, &frame, silent ? &expect : nullptr);
         return x;
     }
     const long long now = nowMs();

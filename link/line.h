@@ -106,14 +106,21 @@ private:
     // Drops what waits before a request; the bytes and any replies in them
     // are strays.
     int takeStrays();
-    // Bytes that answered nothing: noted, replies in them remembered.
-    void noteStrayBytes(const Bytes &bytes);
+    // Bytes that answered nothing: noted, replies in them remembered; that
+    // one of them is `answer`, the late answer to `request`, when given.
+    void noteStrayBytes(const Bytes &bytes, const Bytes *request = nullptr,
+                        const Bytes &answer = Bytes());
     // Waits until `untilMs` has come and the line has been quiet for
     // `quietMs` after the last byte; returns the bytes discarded. Their
-    // lateness counts from `sentMs` when that is not negative.
-    int settle(long long untilMs, int quietMs, long long sentMs);
-    // After a failed exchange: until the window has passed since `sentMs`.
-    int settleAfterFailure(long long sentMs);
+    // lateness counts from `sentMs` when that is not negative. Once the late
+    // answer to `request` (a whole reply `late` describes, and no copy of a
+    // reply seen) has come, the wait ends with the quiet after it.
+    int settle(long long untilMs, int quietMs, long long sentMs, const Bytes *request = nullptr,
+               const Expectation *late = nullptr);
+    // After a failed exchange: until the window has passed since `sentMs`,
+    // or until the failed request's own late answer has come.
+    int settleAfterFailure(long long sentMs, const Bytes *request = nullptr,
+                           const Expectation *late = nullptr);
     int confirmQuietMs() const;
     // Confirms the doubtful `x.reply` to `frame`; true when it holds.
     bool confirm(const Bytes &frame, Exchange &x);

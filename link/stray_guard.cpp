@@ -17,16 +17,35 @@ StrayGuard::StrayGuard(int windowMs, int maxWindowMs)
       maxWindowMs_(std::max(windowMs_, maxWindowMs))
 {}
 
-void StrayGuard::forgetOld(long long nowMs)
+long long StrayGuard::memoryMs() const
 {
-    while (!seen_.empty() && nowMs - seen_.front().atMs > windowMs_)
-        seen_.pop_front();
+    return std::max(60000LL, 20LL * windowMs_);
 }
 
-void StrayGuard::noteAnswer(const Bytes &request, const Bytes &reply, long long nowMs)
+void StrayGuard::forgetOld(long long nowMs)
+{
+    // Swept when the table has doubled, so each reply costs a constant share.
+    if (seen_.size() < sweepAt_)
+        return;
+    for (auto it = seen_.begin(); it != seen_.end();)
+        it = nowMs - it->second.atMs > memoryMs() ? seen_.erase(it) : std::next(it);
+    sweepAt_ = std::max<std::size_t>(1024, 2 * seen_.size());
+}
+
+void StrayGuard::noteAnswer(const Bytes &request, const Bytes &reply, long long nowMs, bool late)
 {
     forgetOld(nowMs);
-    seen_.push_back(Seen{nowMs, request, reply});
+    auto found = seen_.find(reply);
+    if (found == seen_.end())
+        seen_[reply] = Seen{nowMs, request};
+    else {
+        // Taken for another request too: a copy of it answers neither surely.
+        if (found->second.request != request)
+            found->second.request.clear();
+        found->second.atMs = nowMs;
+    }
+    if (late)
+        return;  // shown by no one
     if (lastAnswer_.size() >= kMaxRequests)
         lastAnswer_.clear();
     lastAnswer_[request] = reply;
@@ -35,7 +54,7 @@ void StrayGuard::noteAnswer(const Bytes &request, const Bytes &reply, long long 
 void StrayGuard::noteUnanswered(const Bytes &reply, long long nowMs)
 {
     forgetOld(nowMs);
-    seen_.push_back(Seen{nowMs, Bytes(), reply});
+    seen_[reply] = Seen{nowMs, Bytes()};
     noteStrays(nowMs);
 }
 
@@ -52,13 +71,11 @@ bool StrayGuard::noteLateness(long long latenessMs)
     return true;
 }
 
-bool StrayGuard::couldBeCopy(const Bytes &request, const Bytes &reply, long long nowMs)
+bool StrayGuard::couldBeCopy(const Bytes &request, const Bytes &reply, long long nowMs) const
 {
-    forgetOld(nowMs);
-    for (const Seen &s : seen_)
-        if (s.reply == reply && s.request != request)
-            return true;
-    return false;
+    const auto found = seen_.find(reply);
+    return found != seen_.end() && nowMs - found->second.atMs <= memoryMs() &&
+           found->second.request != request;
 }
 
 bool StrayGuard::repeatsLastAnswer(const Bytes &request, const Bytes &reply) const
@@ -69,17 +86,16 @@ bool StrayGuard::repeatsLastAnswer(const Bytes &request, const Bytes &reply) con
 
 bool StrayGuard::showsStrays(long long nowMs) const
 {
-    const long long memory = std::max(60000LL, 20LL * windowMs_);
-    return lastStrayMs_ >= 0 && nowMs - lastStrayMs_ < memory;
+    return lastStrayMs_ >= 0 && nowMs - lastStrayMs_ < memoryMs();
 }
 
-std::vector<int> StrayGuard::shapesInWindow(int station, int function, long long nowMs)
+std::vector<int> StrayGuard::shapesRemembered(int station, int function, long long nowMs) const
 {
-    forgetOld(nowMs);
     std::vector<int> shapes;
-    for (const Seen &s : seen_)
-        if (s.reply.size() >= 3 && s.reply[0] == station && s.reply[1] == function)
-            shapes.push_back(s.reply[2]);
+    for (const auto &s : seen_)
+        if (nowMs - s.second.atMs <= memoryMs() && s.first.size() >= 3 && s.first[0] == station &&
+            s.first[1] == function)
+            shapes.push_back(s.first[2]);
     return shapes;
 }
 

@@ -1,14 +1,14 @@
 // Telling a stray copy from an answer. Modbus RTU replies carry no request
 // identity: a reply sent twice, one that comes late, or an earlier one sent
 // again in place of the answer fits any request of its shape. The guard
-// keeps the replies of the late-reply window (the longest a copy may trail
-// its original, or a reply its request) with the request each was taken
-// for, and remembers when the line last showed stray bytes. No clock
-// inside: every call says what time it is, in milliseconds.
+// keeps the late-reply window (the longest a reply may trail its request
+// and still be told apart: after a failure nothing is sent until it has
+// passed), remembers every reply of the last minute (or 20 windows) with the
+// request it was taken for, and when the line last showed stray bytes. No
+// clock inside: every call says what time it is, in milliseconds.
 #ifndef RV_LINK_STRAY_GUARD_H
 #define RV_LINK_STRAY_GUARD_H
 
-#include <deque>
 #include <map>
 #include <vector>
 
@@ -23,9 +23,12 @@ public:
     explicit StrayGuard(int windowMs = 2000, int maxWindowMs = 60000);
 
     int windowMs() const { return windowMs_; }
+    // How long replies are remembered, and stray bytes mark the line.
+    long long memoryMs() const;
 
-    // A reply taken as the answer to `request`.
-    void noteAnswer(const Bytes &request, const Bytes &reply, long long nowMs);
+    // A reply taken as the answer to `request`; `late` when it came after
+    // the request had failed (it is the request's, though not taken).
+    void noteAnswer(const Bytes &request, const Bytes &reply, long long nowMs, bool late = false);
     // A whole reply that answered none of our requests: late, repeated, or
     // taken and then disproved.
     void noteUnanswered(const Bytes &reply, long long nowMs);
@@ -37,31 +40,30 @@ public:
     // it widened.
     bool noteLateness(long long latenessMs);
 
-    // Whether `reply` to `request` could be a copy: byte for byte a reply of
-    // the window that was taken for another request, or for none.
-    bool couldBeCopy(const Bytes &request, const Bytes &reply, long long nowMs);
+    // Whether `reply` to `request` could be a copy: byte for byte a reply
+    // remembered that was taken for another request, or for none.
+    bool couldBeCopy(const Bytes &request, const Bytes &reply, long long nowMs) const;
     // Whether `reply` repeats the last answer taken for `request`: taking
     // it shows nothing that was not shown.
     bool repeatsLastAnswer(const Bytes &request, const Bytes &reply) const;
-    // Whether the line has shown stray bytes within the last minute (or 20
-    // windows, when longer).
+    // Whether the line has shown stray bytes within the memory.
     bool showsStrays(long long nowMs) const;
-    // Byte counts of read replies from `station` with `function` in the
-    // window: shapes a copy could have.
-    std::vector<int> shapesInWindow(int station, int function, long long nowMs);
+    // Byte counts of remembered read replies from `station` with
+    // `function`: shapes a copy could have.
+    std::vector<int> shapesRemembered(int station, int function, long long nowMs) const;
 
 private:
     struct Seen {
-        long long atMs;
-        Bytes request;  // empty: answered none of ours
-        Bytes reply;
+        long long atMs;  // last seen
+        Bytes request;   // the request it was taken for; empty: none, or several
     };
     void forgetOld(long long nowMs);
 
     int windowMs_;
     int maxWindowMs_;
     long long lastStrayMs_ = -1;
-    std::deque<Seen> seen_;
+    std::map<Bytes, Seen> seen_;         // reply -> when and for what
+    std::size_t sweepAt_ = 1024;         // forget old replies when this many are kept
     std::map<Bytes, Bytes> lastAnswer_;  // request -> its last answer
 };
 

@@ -200,7 +200,7 @@ TEST(LinkFrames, RequestLengthsRemoteDescriptionsAndTiming)
     EXPECT_EQ("01 83 02 C0 F1", hex(found[1]));
 }
 
-TEST(LinkGuard, TellsCopiesFromAnswersWithinItsWindow)
+TEST(LinkGuard, TellsCopiesFromAnswersAndKeepsItsWindow)
 {
     const Bytes a = rvlink::readRequest(1, 3, 0, 1), b = rvlink::readRequest(1, 3, 10, 1);
     const Bytes zero = bytes({0x01, 0x03, 0x02, 0x00, 0x00, 0xB8, 0x44});
@@ -210,12 +210,18 @@ TEST(LinkGuard, TellsCopiesFromAnswersWithinItsWindow)
     EXPECT_FALSE(g.couldBeCopy(a, zero, 1100));  // its own again
     EXPECT_TRUE(g.repeatsLastAnswer(a, zero));
     EXPECT_FALSE(g.repeatsLastAnswer(b, zero));
-    EXPECT_FALSE(g.couldBeCopy(b, zero, 1401));  // out of the window
-    g.noteUnanswered(zero, 2000);                // answered none of ours
+    // Remembered for a minute (20 windows of 400 ms are less).
+    EXPECT_TRUE(g.couldBeCopy(b, zero, 1000 + 60000));
+    EXPECT_FALSE(g.couldBeCopy(b, zero, 1000 + 60001));
+    // Taken for b as well: now a copy could answer either.
+    g.noteAnswer(b, zero, 2000);
     EXPECT_TRUE(g.couldBeCopy(a, zero, 2100));
-    EXPECT_EQ(std::vector<int>{2}, g.shapesInWindow(1, 3, 2100));
-    EXPECT_TRUE(g.showsStrays(2000 + 59999));
-    EXPECT_FALSE(g.showsStrays(2000 + 60000));
+    EXPECT_EQ(std::vector<int>{2}, g.shapesRemembered(1, 3, 2100));
+    EXPECT_TRUE(g.shapesRemembered(1, 1, 2100).empty());
+    EXPECT_FALSE(g.showsStrays(2100));
+    g.noteUnanswered(bytes({0x01, 0x03, 0x02, 0x00, 0x01, 0x79, 0x84}), 3000);
+    EXPECT_TRUE(g.showsStrays(3000 + 59999));
+    EXPECT_FALSE(g.showsStrays(3000 + 60000));
     // Lateness widens the window to twice itself, never past its limit.
     EXPECT_FALSE(g.noteLateness(200));
     EXPECT_TRUE(g.noteLateness(300));
