@@ -231,14 +231,25 @@ QStringList LineStats::hints() const
 
 QString LineStats::neverAnswered() const
 {
-    long long cut = 0, garbled = 0;
+    long long cut = 0, garbled = 0, refused = 0;
+    QMap<int, long long> codes;
     for (auto it = stations_.constBegin(); it != stations_.constEnd(); ++it) {
         cut += it.value().cut;
-        garbled += it.value().badCrc + it.value().exceptions + it.value().skipped;
+        garbled += it.value().badCrc + it.value().skipped;
+        refused += it.value().exceptions;
+        for (auto e = it.value().exceptionCodes.constBegin();
+             e != it.value().exceptionCodes.constEnd(); ++e)
+            codes[e.key()] += e.value();
     }
     if (cut > 0)
         return "every reply was cut short (" + counted(cut, "time", "times") + ")";
-    if (garbled > 0)
+    if (refused > 0 && garbled == 0) {
+        QStringList why;
+        for (auto e = codes.constBegin(); e != codes.constEnd(); ++e)
+            why << exceptionMeaning(e.key());
+        return "the controller refused every request: " + why.join(", ");
+    }
+    if (garbled + refused > 0)
         return "no reply was whole and good: only noise, bad CRCs, refusals or other stations' "
                "replies";
     return "the controller never answered";

@@ -333,7 +333,7 @@ int main(int argc, char **argv)
     // Broadcasts draw no answer: only a station asked may fail to answer.
     const bool asked = s.framesSent > s.broadcasts;
     if (asked && !poller.everAnswered()) {
-        fprintf(stderr, "rvpoll: %s on %s\n", line.neverAnswered().toLocal8Bit().constData(),
+        fprintf(stderr, "rvpoll: %s (on %s)\n", line.neverAnswered().toLocal8Bit().constData(),
                 o.link.port.c_str());
         status = 1;
     }
