@@ -9,10 +9,6 @@
 
 namespace rvlink {
 
-const char *const kTsharkOptions =
-    "-o 'uat:user_dlts:\"User 0 (DLT=147)\",\"mbrtu\",\"0\",\"\",\"0\",\"\"' "
-    "-o mbrtu.crc_verification:TRUE";
-
 namespace {
 
 // pcapng block types and the options used here.

@@ -21,8 +21,12 @@ namespace rvlink {
 const int kCaptureLinkType = 147;
 
 // What tshark (Wireshark 4.0 and later) needs to decode these files, with
-// each frame's CRC checked: tshark -r FILE <these>.
-extern const char *const kTsharkOptions;
+// each frame's CRC checked: tshark -r FILE <these>. A literal, so help
+// texts can be built with it.
+#define RV_TSHARK_OPTIONS                                                                          \
+    "-o 'uat:user_dlts:\"User 0 (DLT=147)\",\"mbrtu\",\"0\",\"\",\"0\",\"\"' "                     \
+    "-o mbrtu.crc_verification:TRUE"
+const char *const kTsharkOptions = RV_TSHARK_OPTIONS;
 
 class CaptureWriter {
 public:
