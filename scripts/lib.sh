@@ -26,8 +26,7 @@ RV_JOBS=${RV_JOBS:-2}
 # help2man: the tools' manual pages; dpkg-dev: dpkg-architecture and the
 # Debian packages' tools.
 RV_BASE_PACKAGES=(cmake g++ make pkg-config qtbase5-dev libmodbus-dev libgtest-dev googletest
-                  libgmock-dev libbenchmark-dev libserialport-dev libcli11-dev dpkg-dev help2man
-                  python3)
+                  libgmock-dev libbenchmark-dev libcli11-dev dpkg-dev help2man python3)
 
 rv_log()
 {

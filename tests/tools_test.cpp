@@ -282,9 +282,13 @@ TEST(ToolsTest, FaultsNeverShowOrReportWhatTheControllerDoesNotHold)
         int status;
         std::vector<const char *> said, written;
     } cases[] = {
-        // A lost request, a reply repeated into the next one's place and a
-        // late one: each exchange is settled and asked again.
-        {"--script ok,lose,ok,twice", "--timeout-ms 100", 0, {" 1 no answer", "1 doubted"}, {}},
+        // A lost request, a reply repeated into the place of the next one
+        // (lost) and a late one: each exchange is settled and asked again.
+        {"--script ok,lose,ok,twice,lose",
+         "--timeout-ms 100",
+         0,
+         {" 1 no answer", "1 doubted"},
+         {}},
         {"--script late --delay-ms 150", "--timeout-ms 100", 0, {"1 no answer", "21 late"}, {}},
         {"--noise 0.5 --seed 3", "--timeout-ms 100 --retries 20", 0, {"noise on the line"}, {}},
         // A USB adapter's pieces, 255 ms apart after a turnaround, at
