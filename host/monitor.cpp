@@ -179,6 +179,8 @@ int runMonitor(const PollOptions &o, const std::atomic<bool> &stop, const std::a
     std::unique_ptr<rvlink::Port> port = rvlink::makePort(settings, error);
     if (!port || !port->open(error))
         return fail(error);
+    // Bytes that waited before listening began have no time of their own.
+    port->discardInput();
     if (isatty(1) && !o.json && !o.csv && !o.verbose)
         printf("\033[2J");
     const long long startUs = rvlink::busClockUs();
@@ -190,7 +192,7 @@ int runMonitor(const PollOptions &o, const std::atomic<bool> &stop, const std::a
             // An unplugged adapter comes back: try again once a second.
             std::this_thread::sleep_for(std::chrono::seconds(1));
             lost = !port->open(error);
-            if (!lost)
+            if (!lost && port->discardInput() >= 0)
                 fprintf(stderr, "rvpoll: listening on %s again\n", o.link.port.c_str());
             continue;
         }
