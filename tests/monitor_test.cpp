@@ -16,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "link/bytes.h"
 #include "support/run_command.h"
 #include "support/rvsim_process.h"
 
@@ -99,6 +100,8 @@ std::string tsharkFields(const std::string &capture)
                       "-e mbrtu.crc16.status 2>/dev/null");
 }
 
+using rvlink::Bytes;
+
 size_t count(const std::string &text, const std::string &part)
 {
     size_t n = 0;
@@ -179,4 +182,62 @@ TEST(MonitorTest, AccountsForEveryExchangeOfAPolledLine)
     }
     for (const std::string &f : {tap, live, polled, presets})
         unlink(f.c_str());
+}
+
+TEST(MonitorTest, ListensWithoutSendingAndNamesWhatItHears)
+{
+    int master = -1, slave = -1;
+    char name[128];
+    ASSERT_EQ(0, openpty(&master, &slave, name, nullptr, nullptr));
+    close(slave);
+    Background monitor(rvpoll("--monitor " + std::string(name) + " --timeout-ms 100"));
+    usleep(300000);
+    // Each piece of the line, and how long after the one before it came.
+    const std::vector<std::pair<int, Bytes>> line = {
+        {0, {0x01, 0x03, 0x00, 0x00, 0x00, 0x04, 0x44, 0x09}},  // D0-D3
+        {10, {0x01, 0x03, 0x08, 0x00, 0x01}},                   // its reply in pieces
+        {30, {0x00, 0x02, 0x00, 0x03}},
+        {30, {0x00, 0x04, 0x0D, 0x14}},
+        {20, {0x01, 0x01, 0x50, 0x00, 0x00, 0x10, 0x2C, 0xC6}},        // X0-X17: X0, X7 on
+        {10, {0x01, 0x01, 0x02, 0x81, 0x00, 0xD9, 0xAC, 0xAA, 0xBB}},  // then noise
+        {20, {0x01, 0x06, 0x00, 0x64, 0x12, 0x34, 0xC5, 0x62}},        // D100 = 0x1234
+        {10, {0x01, 0x06, 0x00, 0x64, 0x12, 0x34, 0xC5, 0x62}},        // its echo
+        {20, {0x01, 0x03, 0x80, 0x05, 0x00, 0x01, 0xBD, 0xCB}},        // TD5, refused
+        {10, {0x01, 0x83, 0x02, 0xC0, 0xF1}},
+        {20, {0x01, 0x03, 0xFF, 0xF0, 0x00, 0x02, 0xF4, 0x2C}},  // no element's registers
+    };
+    for (const auto &piece : line) {
+        usleep(useconds_t(piece.first * 1000));
+        ASSERT_EQ(ssize_t(piece.second.size()),
+                  write(master, piece.second.data(), piece.second.size()));
+    }
+    // Nothing comes back from the monitor's end of the line.
+    pollfd p = {master, POLLIN, 0};
+    EXPECT_EQ(0, poll(&p, 1, 400));
+    EXPECT_EQ(130, monitor.finish(SIGINT)) << monitor.err();
+    close(master);
+    EXPECT_EQ("station 1 read D0-D3: ok N ms D0=1 D1=2 D2=3 D3=4\n"
+              "station 1 read X0-X17: ok N ms X0=1 X1=0 X2=0 X3=0 X4=0 X5=0 X6=0 X7=1 X10=0 "
+              "X11=0 X12=0 X13=0 X14=0 X15=0 X16=0 X17=0\n"
+              "noise (2 bytes): AA BB\n"
+              "station 1 write D100: ok N ms D100=4660\n"
+              "station 1 read TD5: exception 0x02 (illegal data address) N ms\n"
+              "station 1 read register 65520-65521: no reply\n",
+              withoutTimes(monitor.out()));
+
+    // A capture of another tool (pcap, no marks) of a remote link's read.
+    const std::string pcap = scratchFile();
+    runCommand("python3 -c 'import struct,sys\n"
+               "req = bytes([0x16,0,0,0,1,0,0x0E,0,0,0,0x64,0,2] + [0]*8 + [0x8B])\n"
+               "rep = bytes([1,3,4,0,0x0A,0,0x0B,0x9B,0xF6])\n"
+               "rec = lambda us, b: struct.pack(\"<IIII\", 1700000000, us, len(b), len(b)) + b\n"
+               "sys.stdout.buffer.write(struct.pack(\"<IHHiIII\", 0xA1B2C3D4, 2, 4, 0, 0, "
+               "65535, 147) + rec(0, req) + rec(20000, rep))' >" +
+               pcap);
+    EXPECT_EQ("station 1 read D100-D101: ok N ms D100=10 D101=11\n",
+              withoutTimes(runCommand(rvpoll("-q --monitor --remote-link --replay " + pcap))));
+    EXPECT_NE(std::string::npos,
+              runCommand(rvpoll("--monitor --remote-link --replay " + pcap + " --json"))
+                  .find("\"reply_ms\":20.00"));
+    unlink(pcap.c_str());
 }
