@@ -110,13 +110,14 @@ void Monitor::repaint(const std::string &port, long long startUs, long long nowU
         return;
     paintedUs_ = nowUs;
     winsize w = {};
-    const int rows = ioctl(1, TIOCGWINSZ, &w) == 0 && w.ws_row > 0 ? w.ws_row : 40;
+    const bool sized = ioctl(1, TIOCGWINSZ, &w) == 0 && w.ws_row > 0 && w.ws_col > 0;
+    const int rows = sized ? w.ws_row : 40, width = sized ? w.ws_col : 80;
     char format[32];
     QString text = QString("rvpoll --monitor %1 (%2), listening %3 s, Ctrl-C to stop\n")
                        .arg(QString::fromStdString(port))
                        .arg(rvlink::formatName(o_.link.format(), format))
                        .arg((nowUs - startUs) / 1e6, 0, 'f', 0) +
-                   "last: " + last_ + "\n" + tally_.screen(nowUs, std::max(5, rows - 20));
+                   "last: " + last_.left(width - 7) + "\n" + tally_.screen(nowUs, std::max(3, rows - 16), width);
     text.replace("\n", "\033[K\n");
     printf("\033[H%s\033[J", text.toLocal8Bit().constData());
     fflush(stdout);

@@ -83,7 +83,7 @@ QString MonitorTally::countsLine() const
            counted(stray_, "stray reply", "stray replies");
 }
 
-QString MonitorTally::screen(long long nowUs, int maxRows) const
+QString MonitorTally::screen(long long nowUs, int maxRows, int width) const
 {
     QString out = countsLine() + "\n" + line_.summary() +
                   "\nblock                          reads   cycle  longest  last\n";
@@ -96,19 +96,24 @@ QString MonitorTally::screen(long long nowUs, int maxRows) const
                    .arg(ms(b.longestMs), 7)
                    .arg(seconds(nowUs - b.lastUs));
     }
-    out += "\nelement          value    age\n";
+    // Elements side by side, as many as the width takes, as many rows as fit.
+    out += "\nelement: value, age\n";
     const bool stations = heardStations_.size() > 1;
-    int rows = 0;
+    const int cell = 26, perRow = std::max(1, width / cell);
+    int shown = 0;
     for (const QString &key : elementOrder_) {
-        if (++rows > maxRows) {
-            out += QString("... %1 more\n").arg(elementOrder_.size() - maxRows);
+        if (shown == maxRows * perRow) {
+            out += QString("... %1 more\n").arg(elementOrder_.size() - shown);
             break;
         }
         const Seen &s = elements_[key];
-        out += QString("%1 %2  %3\n")
-                   .arg(stations ? key : key.mid(key.indexOf(':') + 1), -14)
+        out += QString("%1 %2 %3")
+                   .arg(stations ? key : key.mid(key.indexOf(':') + 1), -9)
                    .arg(s.value, 7)
-                   .arg(seconds(nowUs - s.atUs), 7);
+                   .arg(seconds(nowUs - s.atUs), 7)
+                   .leftJustified(cell);
+        if (++shown % perRow == 0 || shown == elementOrder_.size())
+            out += "\n";
     }
     return out;
 }

@@ -18,8 +18,8 @@ public:
     void note(const rvlink::BusExchange &x, const HeardExchange &h);
 
     // The live screen: counts, the blocks with their cycle, every element
-    // with its value and age at `nowUs`.
-    QString screen(long long nowUs, int maxRows) const;
+    // with its value and age at `nowUs`, in `maxRows` rows of `width` columns.
+    QString screen(long long nowUs, int maxRows, int width) const;
     // The end of a run: a line per station, then noise, then a line per block.
     QString summary() const;
     // {"summary":true,"exchanges":..,"noise":..,"stations":{..},"blocks":{..}}
