@@ -117,7 +117,8 @@ void Monitor::repaint(const std::string &port, long long startUs, long long nowU
                        .arg(QString::fromStdString(port))
                        .arg(rvlink::formatName(o_.link.format(), format))
                        .arg((nowUs - startUs) / 1e6, 0, 'f', 0) +
-                   "last: " + last_.left(width - 7) + "\n" + tally_.screen(nowUs, std::max(3, rows - 16), width);
+                   "last: " + last_.left(width - 7) + "\n" +
+                   tally_.screen(nowUs, std::max(3, rows - 16), width);
     text.replace("\n", "\033[K\n");
     printf("\033[H%s\033[J", text.toLocal8Bit().constData());
     fflush(stdout);
