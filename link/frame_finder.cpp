@@ -32,7 +32,25 @@ bool plausibleRequest(const std::uint8_t *f, std::size_t n)
             int(r.data.size()) == readDataBytes(r.coils() ? ReadCoils : ReadRegisters, r.quantity));
 }
 
+// Whether `n` bytes are one whole remote description of a station.
+bool wholeDescription(const std::uint8_t *f, std::size_t n)
+{
+    RemoteRequest r;
+    return parseRemoteRequest(f, n, r) && remoteSumCloses(f, n) && r.station <= kLastStation;
+}
+
 }  // namespace
+
+FrameFinder::Fit FrameFinder::fitOf(std::size_t length, std::size_t n,
+                                    bool (*closes)(const std::uint8_t *, std::size_t),
+                                    const std::uint8_t *f)
+{
+    if (length == 0)
+        return Fit::None;
+    if (length > n)
+        return Fit::Partial;
+    return closes(f, length) ? Fit::Whole : Fit::None;
+}
 
 const char *frameKindText(BusFrame::Kind kind)
 {
@@ -88,21 +106,13 @@ FrameFinder::Candidate FrameFinder::requestAt(std::size_t at) const
         if (n > std::size_t(mode) && f[mode] != remote::Read && f[mode] != remote::Write)
             return Candidate();
         c.length = remoteFrameLength(f, n);
-        RemoteRequest r;
-        c.fit = c.length > n ? Fit::Partial
-                : parseRemoteRequest(f, c.length, r) && remoteSumCloses(f, c.length) &&
-                        r.station <= kLastStation
-                    ? Fit::Whole
-                    : Fit::None;
+        c.fit = fitOf(c.length, n, wholeDescription, f);
         return c;
     }
     if (f[0] > kLastStation)
         return Candidate();
     c.length = requestLength(f, n);
-    c.fit = c.length == 0                   ? Fit::None
-            : c.length > n                  ? Fit::Partial
-            : plausibleRequest(f, c.length) ? Fit::Whole
-                                            : Fit::None;
+    c.fit = fitOf(c.length, n, plausibleRequest, f);
     return c;
 }
 
@@ -114,10 +124,7 @@ FrameFinder::Candidate FrameFinder::strayReplyAt(std::size_t at) const
     if (f[0] == 0 || f[0] > kLastStation)
         return c;  // nobody answers from the broadcast address
     c.length = replyLengthAt(f, n);
-    c.fit = c.length == 0            ? Fit::None
-            : c.length > n           ? Fit::Partial
-            : crcCloses(f, c.length) ? Fit::Whole
-                                     : Fit::None;
+    c.fit = fitOf(c.length, n, crcCloses, f);
     c.kind = n >= 2 && isException(f[1]) ? BusFrame::Exception : BusFrame::Reply;
     return c;
 }

@@ -76,6 +76,10 @@ private:
         BusFrame::Kind kind = BusFrame::Noise;
     };
 
+    // A frame of `length` bytes of which `n` have come: whole once all
+    // have and `closes` them; 0 is no frame.
+    static Fit fitOf(std::size_t length, std::size_t n,
+                     bool (*closes)(const std::uint8_t *, std::size_t), const std::uint8_t *f);
     Candidate replyAt(std::size_t at) const;
     Candidate requestAt(std::size_t at) const;
     Candidate strayReplyAt(std::size_t at) const;

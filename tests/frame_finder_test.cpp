@@ -101,97 +101,82 @@ TEST(FrameFinder, FindsEveryFrameWhereverThePiecesSplit)
     Bytes insideNoise = part(kReply, 0, 5);
     insideNoise.push_back(0xFF);
     insideNoise.insert(insideNoise.end(), kReply.begin() + 5, kReply.end());
+    // What was heard, what the finder makes of it (frames, then exchanges);
+    // a remote link's descriptions where the row says so.
     const struct Case {
         const char *what;
         std::vector<Piece> pieces;
-        const char *frames, *exchanges;
+        const char *heard;
         bool remote;
     } cases[] = {
-        {"an exchange", {{0, kRead}, {20, kReply}}, "request 8, reply 13", "ok", false},
+        {"an exchange", {{0, kRead}, {20, kReply}}, "request 8, reply 13 => ok", false},
         {"noise between request and reply",
          {{0, kRead}, {5, noise}, {20, kReply}},
-         "request 8, noise 2, reply 13",
-         "noise, ok",
+         "request 8, noise 2, reply 13 => noise, ok",
          false},
         {"noise before a request",
          {{0, noise}, {1, kRead}},
-         "noise 2, request 8",
-         "noise, no reply",
+         "noise 2, request 8 => noise, no reply",
          false},
         {"a byte inside a reply, then the next exchange",
          {{0, kRead}, {20, insideNoise}, {300, kRead}, {320, kReply}},
-         "request 8, bad CRC 13, noise 1, request 8, reply 13",
-         "bad CRC, noise, ok",
+         "request 8, bad CRC 13, noise 1, request 8, reply 13 => bad CRC, noise, ok",
          false},
         {"a bad CRC, then the next exchange",
          {{0, kRead}, {20, kBadReply}, {300, kRead}, {320, kReply}},
-         "request 8, bad CRC 13, request 8, reply 13",
-         "bad CRC, ok",
+         "request 8, bad CRC 13, request 8, reply 13 => bad CRC, ok",
          false},
         {"a reply cut short by the next request",
          {{0, kRead}, {20, part(kReply, 0, 7)}, {600, kRead}, {620, kReply}},
-         "request 8, cut short 7, request 8, reply 13",
-         "cut short, ok",
+         "request 8, cut short 7, request 8, reply 13 => cut short, ok",
          false},
         {"a reply cut short, then silence",
          {{0, kRead}, {20, part(kReply, 0, 5)}, {600, {}}},
-         "request 8, cut short 5",
-         "cut short",
+         "request 8, cut short 5 => cut short",
          false},
         {"an exception",
          {{0, kRead}, {20, kRefusal}},
-         "request 8, exception 5",
-         "exception 2",
+         "request 8, exception 5 => exception 2",
          false},
         {"a request with no reply, then another",
          {{0, kRead}, {600, kRead}, {620, kReply}},
-         "request 8, request 8, reply 13",
-         "no reply, ok",
+         "request 8, request 8, reply 13 => no reply, ok",
          false},
         {"a repeated reply",
          {{0, kRead}, {20, kReply}, {70, kReply}},
-         "request 8, reply 13, stray reply 13",
-         "ok, stray reply",
+         "request 8, reply 13, stray reply 13 => ok, stray reply",
          false},
         {"a late reply",
          {{0, kRead}, {700, kReply}},
-         "request 8, reply 13",
-         "no reply, stray reply",
+         "request 8, reply 13 => no reply, stray reply",
          false},
         {"another station's reply",
          {{0, kRead}, {20, kOtherReply}, {30, kReply}},
-         "request 8, stray reply 7, reply 13",
-         "stray reply, ok",
+         "request 8, stray reply 7, reply 13 => stray reply, ok",
          false},
         {"a false request start before a good exchange",
          {{0, falseStart}, {10, kRead}, {30, kReply}},
-         "noise 7, request 8, reply 13",
-         "noise, ok",
+         "noise 7, request 8, reply 13 => noise, ok",
          false},
         {"a write and its echo, then the write again after no echo",
          {{0, kWrite}, {20, kWrite}, {100, kWrite}, {700, kWrite}, {720, kWrite}},
-         "request 8, reply 8, request 8, request 8, reply 8",
-         "ok, no reply, ok",
+         "request 8, reply 8, request 8, request 8, reply 8 => ok, no reply, ok",
          false},
         {"a broadcast, then a read",
          {{0, kBroadcast}, {100, kRead}, {120, kReply}},
-         "request 8, request 8, reply 13",
-         "broadcast, ok",
+         "request 8, request 8, reply 13 => broadcast, ok",
          false},
         {"a multiple write and a coil read",
          {{0, kWrite2}, {20, kEcho2}, {40, kCoils}, {60, kCoilReply}},
-         "request 13, reply 8, request 8, reply 7",
-         "ok, ok",
+         "request 13, reply 8, request 8, reply 7 => ok, ok",
          false},
         {"a remote link's read",
          {{0, kRemoteRead}, {20, kRemoteReply}},
-         "request 22, reply 9",
-         "ok",
+         "request 22, reply 9 => ok",
          true},
         {"noise before a remote link's read",
          {{0, noise}, {5, kRemoteRead}, {20, kRemoteReply}},
-         "noise 2, request 22, reply 9",
-         "noise, ok",
+         "noise 2, request 22, reply 9 => noise, ok",
          true},
     };
     for (const Case &c : cases) {
@@ -200,8 +185,7 @@ TEST(FrameFinder, FindsEveryFrameWhereverThePiecesSplit)
             longest = std::max(longest, p.bytes.size());
         for (size_t split = 0; split <= longest; ++split) {
             const Heard h = listen(c.pieces, split, c.remote);
-            EXPECT_EQ(c.frames, h.frames) << c.what << ", split at " << split;
-            EXPECT_EQ(c.exchanges, h.exchanges) << c.what << ", split at " << split;
+            EXPECT_EQ(c.heard, h.frames + " => " + h.exchanges) << c.what << ", split at " << split;
         }
     }
 }
