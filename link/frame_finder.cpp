@@ -12,6 +12,10 @@ namespace {
 
 // Stations a request may name: 0 (broadcast) to 247.
 const int kLastStation = 247;
+// No frame of this line is longer: a remote write of a thousand words is
+// not, while bytes that only look like the start of a longer one are not
+// waited for.
+const std::size_t kLongestFrame = 4096;
 
 bool sameBytes(const std::uint8_t *f, std::size_t n, const Bytes &b)
 {
@@ -45,7 +49,7 @@ FrameFinder::Fit FrameFinder::fitOf(std::size_t length, std::size_t n,
                                     bool (*closes)(const std::uint8_t *, std::size_t),
                                     const std::uint8_t *f)
 {
-    if (length == 0)
+    if (length == 0 || length > kLongestFrame)
         return Fit::None;
     if (length > n)
         return Fit::Partial;
