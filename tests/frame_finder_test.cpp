@@ -54,8 +54,8 @@ struct Heard {
 };
 
 // The frames ("request 8, reply 13, stray reply 13") and exchanges ("ok,
-// no reply") found in `pieces`, each piece fed in two parts split at
-// `split` (at most its size), at its time.
+// no reply") found in `pieces`, each piece fed at its time in two parts
+// split at `split` (at most its size), or byte by byte when `split` is 0.
 Heard listen(const std::vector<Piece> &pieces, size_t split, bool remote = false)
 {
     rvlink::FinderOptions options;
@@ -74,11 +74,15 @@ Heard listen(const std::vector<Piece> &pieces, size_t split, bool remote = false
     };
     for (const Piece &p : pieces) {
         const long long us = p.ms * 1000LL;
-        const size_t at = std::min(split, p.bytes.size());
         if (p.bytes.empty())
             finder.idle(us);
-        finder.feed(p.bytes.data(), at, us);
-        finder.feed(p.bytes.data() + at, p.bytes.size() - at, us);
+        for (size_t at = 0; at < p.bytes.size();) {
+            const size_t n = split == 0 ? 1
+                             : at == 0  ? std::min(split, p.bytes.size())
+                                        : p.bytes.size() - at;
+            finder.feed(p.bytes.data() + at, n, us);
+            at += n;
+        }
         take();
     }
     finder.finish();
