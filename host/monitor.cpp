@@ -56,7 +56,7 @@ public:
 
 private:
     void drain();
-    void show(const HeardExchange &h);
+    void show(const rvlink::BusExchange &x, const HeardExchange &h);
 
     const PollOptions &o_;
     rvlink::FrameFinder finder_;
@@ -82,11 +82,20 @@ void Monitor::drain()
     for (const rvlink::BusExchange &x : pairer_.take()) {
         const HeardExchange h = decodeExchange(x, o_.link.remoteFrames);
         tally_.note(x, h);
-        show(h);
+        show(x, h);
     }
 }
 
-void Monitor::show(const HeardExchange &h)
+// A frame's bytes as rvpoll's trace shows them: [01][03].. sent, <01><03>.. received.
+QString traced(const rvlink::Bytes &bytes, char open, char close)
+{
+    QString text;
+    for (std::uint8_t b : bytes)
+        text += QString("%1%2%3").arg(open).arg(b, 2, 16, QChar('0')).arg(close);
+    return text.toUpper();
+}
+
+void Monitor::show(const rvlink::BusExchange &x, const HeardExchange &h)
 {
     last_ = monitorLine(h);
     if (live_)
@@ -100,6 +109,13 @@ void Monitor::show(const HeardExchange &h)
         printf("%s\n", monitorCsv(h).toLocal8Bit().constData());
     } else {
         printf("%s\n", last_.toLocal8Bit().constData());
+        // -v: the frames themselves, the request as sent, what answered as heard.
+        for (int i = 0; o_.verbose && i < 2; ++i) {
+            const rvlink::Bytes &b = i == 0 ? x.request : x.reply;
+            if (!b.empty() && h.station >= 0)
+                printf("    %s\n",
+                       traced(b, i ? '<' : '[', i ? '>' : ']').toLocal8Bit().constData());
+        }
     }
     fflush(stdout);
 }
