@@ -48,7 +48,7 @@ bool parseNumberList(const QString &text, int low, int high, std::vector<int> &o
 int scanTimeoutMs(const LinkSettings &line)
 {
     const int bytes = 8 + 7;  // the request and a one-register reply
-    return int((rvlink::wireTimeUs(line.format(), bytes) + 999) / 1000) + kTurnaroundMs;
+    return int((rvlink::wireTimeUs(line.format, bytes) + 999) / 1000) + kTurnaroundMs;
 }
 
 ScanResult scanLine(const LinkSettings &line, const ScanSettings &scan, FILE *progress,
@@ -61,9 +61,10 @@ ScanResult scanLine(const LinkSettings &line, const ScanSettings &scan, FILE *pr
     for (size_t b = 0; b < scan.bauds.size() && !stop; ++b) {
         for (size_t p = 0; p < scan.parities.size() && !stop; ++p) {
             LinkSettings settings = line;
-            settings.baud = scan.bauds[b];
-            settings.parity = scan.parities[p];
-            settings.stopBits = scan.stopBits ? scan.stopBits : (settings.parity == 'N' ? 2 : 1);
+            settings.format.baud = scan.bauds[b];
+            settings.format.parity = scan.parities[p];
+            settings.format.stopBits =
+                scan.stopBits ? scan.stopBits : (settings.format.parity == 'N' ? 2 : 1);
             settings.timeoutMs = scan.timeoutMs > 0 ? scan.timeoutMs : scanTimeoutMs(settings);
             settings.byteTimeoutMs = settings.timeoutMs;
             // Another station's late reply is skipped by its station byte, so
@@ -75,9 +76,9 @@ ScanResult scanLine(const LinkSettings &line, const ScanSettings &scan, FILE *pr
                 return r;
             rvlink::Line link(*port, settings.lineOptions());
             ScanCombination c;
-            c.baud = settings.baud;
-            c.parity = settings.parity;
-            c.stopBits = settings.stopBits;
+            c.baud = settings.format.baud;
+            c.parity = settings.format.parity;
+            c.stopBits = settings.format.stopBits;
             for (size_t s = 0; s < scan.stations.size() && !stop; ++s) {
                 if (progress) {
                     const double elapsed =

@@ -255,13 +255,14 @@ bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
     const char *const ms = "milliseconds, 1 to 60000";
     const Check checks[] = {
         {"--baud", baud,
-         baud.empty() || (toInt(baud, 50, 4000000, opts.link.baud) && standardBaud(opts.link.baud)),
+         baud.empty() || (toInt(baud, 50, 4000000, opts.link.format.baud) &&
+                          standardBaud(opts.link.format.baud)),
          bauds},
         {"--parity", parity, parity.empty() || parityByName(parity) != 0,
          "none, even or odd (N, E, O)"},
-        {"--data", data, data.empty() || toInt(data, 8, 8, opts.link.dataBits),
+        {"--data", data, data.empty() || toInt(data, 8, 8, opts.link.format.dataBits),
          "8: Modbus RTU sends 8 data bits"},
-        {"--stop", stop, stop.empty() || toInt(stop, 1, 2, opts.link.stopBits), "1 or 2"},
+        {"--stop", stop, stop.empty() || toInt(stop, 1, 2, opts.link.format.stopBits), "1 or 2"},
         {"--timeout-ms", timeout, timeout.empty() || toInt(timeout, 1, 60000, opts.link.timeoutMs),
          ms},
         {"--byte-timeout-ms", byteTimeout,
@@ -320,7 +321,7 @@ bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
         return false;
     }
     if (!parity.empty())
-        opts.link.parity = parityByName(parity);
+        opts.link.format.parity = parityByName(parity);
     if (!rtsBefore.empty() || !rtsAfter.empty())
         opts.link.rs485 = true;
     QString formatError;
