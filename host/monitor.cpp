@@ -131,7 +131,7 @@ void Monitor::repaint(const std::string &port, long long startUs, long long nowU
     char format[32];
     QString text = QString("rvpoll --monitor %1 (%2), listening %3 s, Ctrl-C to stop\n")
                        .arg(QString::fromStdString(port))
-                       .arg(rvlink::formatName(o_.link.format(), format))
+                       .arg(rvlink::formatName(o_.link.format, format))
                        .arg((nowUs - startUs) / 1e6, 0, 'f', 0) +
                    "last: " + last_.left(width - 7) + "\n" +
                    tally_.screen(nowUs, std::max(3, rows - 16), width);
