@@ -59,3 +59,50 @@ int WordElementToRegister(int areaType, int address)
                                 static_cast<unsigned>(areaBase(areaType)));
     return address;
 }
+
+namespace {
+
+// The element of `type` that `target` is mapped to, searched in the area's
+// own range: the forward map is the one statement of where elements lie.
+bool elementAt(int type, int target, int (*toAddress)(int, int), int &address)
+{
+    const int capacity = areaCapacity(type);
+    if (isOctalArea(type)) {
+        for (const Segment &s : kSegments) {
+            const int element = target - (type == 0 ? s.xOffset : s.yOffset);
+            if (element >= s.start && element < s.start + kSegmentSize && element < capacity &&
+                toAddress(type, element) == target) {
+                address = element;
+                return true;
+            }
+        }
+        return false;
+    }
+    const int element = target - areaBase(type);
+    if (element < 0 || element >= capacity || toAddress(type, element) != target)
+        return false;
+    address = element;
+    return true;
+}
+
+}  // namespace
+
+bool CoilToBitElement(int coil, int &areaType, int &address)
+{
+    for (int type = 0; type < FirstWordArea; ++type)
+        if (elementAt(type, coil, BitElementToCoil, address)) {
+            areaType = type;
+            return true;
+        }
+    return false;
+}
+
+bool RegisterToWordElement(int reg, int &areaType, int &address)
+{
+    for (int type = FirstWordArea; type < AreaTypeCount; ++type)
+        if (elementAt(type, reg, WordElementToRegister, address)) {
+            areaType = type;
+            return true;
+        }
+    return false;
+}

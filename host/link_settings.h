@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "link/frame_finder.h"
 #include "link/line.h"
 #include "link/serial_port.h"
 
@@ -20,6 +21,7 @@ struct LinkSettings {
     bool remoteFrames = false;  // requests are a remote link's descriptions
     int rtsDelayBefore = 0;     // ms, in RS-485 mode
     int rtsDelayAfter = 0;
+    rvlink::LineTap *tap = nullptr;  // told every frame sent and piece read: a capture
 
     rvlink::PortSettings portSettings() const
     {
@@ -41,6 +43,16 @@ struct LinkSettings {
         o.windowMs = windowMs;
         o.discardEcho = discardEcho;
         o.remoteFrames = remoteFrames;
+        o.tap = tap;
+        return o;
+    }
+    // A listener reads frames with the master's timeouts.
+    rvlink::FinderOptions finderOptions() const
+    {
+        rvlink::FinderOptions o;
+        o.remoteFrames = remoteFrames;
+        o.replyTimeoutUs = timeoutMs * 1000LL;
+        o.silenceUs = byteTimeoutMs * 1000LL;
         return o;
     }
 };

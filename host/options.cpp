@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "link/capture_file.h"
 #include "link/serial_port.h"
 #include "localarea/areas.h"
 #include "common/tool_cli.h"
@@ -134,6 +135,18 @@ const char *usageText()
            "                        Progress goes to standard error when it is a terminal;\n"
            "                        Ctrl-C stops and lists what was found.\n"
            "\n"
+           "Listening (--monitor): what a panel and its controllers say on a line:\n"
+           "      --monitor         listen to DEVICE and never send: each exchange found by\n"
+           "                        its structure and CRC, as a line in element names (or\n"
+           "                        --json, --csv), a live view on a terminal, a summary at\n"
+           "                        the end; -b, -P, -s as the line's, --timeout-ms and\n"
+           "                        --byte-timeout-ms as the panel's\n"
+           "      --replay=FILE     with --monitor: decode a capture as if it were heard live\n"
+           "      --capture=FILE    every frame both ways with its time into a pcapng file,\n"
+           "                        noise and bad CRCs marked (monitoring, polling, --scan)\n"
+           "                        Wireshark decodes it, or: tshark -r FILE\n"
+           "                        " RV_TSHARK_OPTIONS "\n"
+           "\n"
            "How long:\n"
            "  -1, --once            one full scan, then exit\n"
            "      --scans=N         N scans, then exit (each one shown)\n"
@@ -181,6 +194,9 @@ bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
     app.add_flag("--remote-link", opts.remoteLink);
     app.add_flag("--scan", opts.scan);
     app.add_flag("--scan-all", opts.scanSettings.all);
+    app.add_flag("--monitor", opts.monitor);
+    app.add_option("--capture", opts.capture);
+    app.add_option("--replay", opts.replay);
     std::string scanBauds, scanParities, scanStop, scanStations;
     app.add_option("--scan-bauds", scanBauds);
     app.add_option("--scan-parities", scanParities);
@@ -386,7 +402,14 @@ bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
         {opts.once && !scans.empty(), "--once is one scan: leave --scans out, or --once"},
         {opts.once && !duration.empty(), "--once ends after one scan: leave --duration out"},
         {!scans.empty() && !duration.empty(), "--scans and --duration both say when to stop"},
-        {opts.vars.isEmpty() && opts.writes.isEmpty() && !opts.scan,
+        {opts.monitor && !opts.vars.isEmpty(), "--monitor listens to all: it takes no variables"},
+        {opts.monitor && !opts.writes.isEmpty(), "--monitor never sends: leave --write out"},
+        {opts.monitor && (opts.scan || opts.once || !scans.empty()),
+         "--monitor listens until --duration or Ctrl-C: leave --scan, --once and --scans out"},
+        {!opts.replay.empty() && !opts.monitor, "--replay goes with --monitor"},
+        {!opts.replay.empty() && !opts.capture.empty(),
+         "--replay reads a capture and --capture writes one: choose one"},
+        {opts.vars.isEmpty() && opts.writes.isEmpty() && !opts.scan && !opts.monitor,
          "nothing to poll or write: give variables such as D0-D9 M0-M15, or --write"},
     };
     for (const auto &c : clashes) {
@@ -395,7 +418,7 @@ bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
             return false;
         }
     }
-    if (opts.link.port.empty()) {
+    if (opts.link.port.empty() && opts.replay.empty()) {
         error = "no serial port given (--port /dev/ttyUSB0)";
         return false;
     }

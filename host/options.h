@@ -36,6 +36,9 @@ struct PollOptions {
     std::string lib;               // empty: the soname through the RUNPATH
     bool scan = false;             // find the stations and settings of a line
     ScanSettings scanSettings;
+    bool monitor = false;  // listen to the line and never send
+    std::string capture;   // every frame both ways into this pcapng file
+    std::string replay;    // with --monitor: decode this capture instead of a line
 };
 
 // Parses argv; false with a one-line reason for anything it cannot use.

@@ -6,10 +6,13 @@
 
 #include <atomic>
 #include <chrono>
+#include <memory>
 #include <mutex>
 #include <thread>
 
 #include "driver_api.h"
+#include "link/capture_tap.h"
+#include "monitor.h"
 #include "options.h"
 #include "poller.h"
 #include "read_state.h"
@@ -196,6 +199,20 @@ int main(int argc, char **argv)
     if (o.help || o.version) {
         printf("%s", o.help ? usageText() : versionText());
         return 0;
+    }
+
+    // Every frame both ways into a capture: polling and the scan alike.
+    std::unique_ptr<rvlink::CaptureTap> capture;
+    if (!o.capture.empty() && !o.monitor) {
+        capture.reset(new rvlink::CaptureTap(o.link.finderOptions()));
+        std::string captureError;
+        if (!capture->open(o.capture, captureError))
+            return fail(QString::fromStdString(captureError));
+        o.link.tap = capture.get();
+    }
+    if (o.monitor) {
+        catchStopSignals();
+        return runMonitor(o, g_interrupted, g_signal);
     }
 
     // The scan needs no driver: it asks every station the same one frame.

@@ -70,10 +70,20 @@ bool Line::send(const Bytes &frame)
 {
     waitForGap();
     trace(frame, '[', ']', nowMs());
+    if (options_.tap)
+        options_.tap->sent(frame.data(), frame.size(), busClockUs());
     const bool sent = port_.write(frame.data(), frame.size()) && port_.drain();
     // The request is timed from when its last byte has left.
     quietSince_ = Clock::now();
     return sent;
+}
+
+int Line::readPort(std::uint8_t *buf, std::size_t max, int timeoutMs)
+{
+    const int n = port_.read(buf, max, timeoutMs);
+    if (n > 0 && options_.tap)
+        options_.tap->received(buf, std::size_t(n), busClockUs());
+    return n;
 }
 
 void Line::noteStrayBytes(const Bytes &bytes, const Bytes *request, const Bytes &answer)
@@ -96,7 +106,7 @@ int Line::takeStrays()
     int total = 0;
     // What is readable now, then the driver's buffer flushed.
     for (;;) {
-        const int n = port_.read(stray.data(), stray.size(), 0);
+        const int n = readPort(stray.data(), stray.size(), 0);
         if (n <= 0)
             break;
         total += n;
@@ -122,7 +132,7 @@ int Line::settle(long long untilMs, int quietMs, long long sentMs, const Bytes *
             wait = std::max(wait, lastByteMs + quietMs - now);
         if (wait <= 0)
             break;
-        const int n = port_.read(buf.data(), buf.size(), int(std::min<long long>(wait, 1000)));
+        const int n = readPort(buf.data(), buf.size(), int(std::min<long long>(wait, 1000)));
         if (n < 0)
             break;
         if (n == 0)
@@ -230,7 +240,7 @@ bool Line::readReply(const Expectation &expect, Exchange &x, Bytes buf, const By
         }
         const int wait =
             int(std::chrono::duration_cast<std::chrono::milliseconds>(limit - now).count()) + 1;
-        const int n = port_.read(piece, sizeof piece, wait);
+        const int n = readPort(piece, sizeof piece, wait);
         if (n < 0)
             return false;
         if (n > 0) {

@@ -23,6 +23,7 @@
 #include <chrono>
 #include <string>
 
+#include "line_tap.h"
 #include "line_timing.h"
 #include "port.h"
 #include "reply_reader.h"
@@ -38,6 +39,7 @@ struct LineOptions {
     int windowMs = -1;          // late-reply window; -1: 4 x timeoutMs
     bool discardEcho = false;   // 2-wire adapters that hear their own frame
     bool remoteFrames = false;  // requests are a remote link's descriptions
+    LineTap *tap = nullptr;     // told every frame sent and every piece read
 };
 
 // What became of one request on the line.
@@ -98,6 +100,8 @@ private:
     long long nowMs() const;
     void waitForGap();
     bool send(const Bytes &frame);
+    // The port's read, with what came shown to the tap.
+    int readPort(std::uint8_t *buf, std::size_t max, int timeoutMs);
     // Reads until the reply is whole or a timeout passed, starting from the
     // bytes in `buf`; false if the port failed. Skipped bytes that begin
     // with `request` are its echo.

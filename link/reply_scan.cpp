@@ -4,18 +4,15 @@
 
 namespace rvlink {
 
-namespace {
-
-// The length the reply starting at `f` would have, or 0 when it starts none.
 std::size_t replyLengthAt(const std::uint8_t *f, std::size_t n)
 {
-    if (n < std::size_t(kExceptionReplyLength))
-        return 0;
+    if (n < 2)
+        return std::size_t(kExceptionReplyLength);  // the shortest reply, until more says
     if (isException(f[1]))
         return std::size_t(kExceptionReplyLength);
     switch (f[1]) {
     case ReadCoils:
-    case ReadRegisters: return 5 + std::size_t(f[2]);
+    case ReadRegisters: return n < 3 ? std::size_t(kExceptionReplyLength) : 5 + std::size_t(f[2]);
     case WriteCoil:
     case WriteRegister:
     case WriteCoils:
@@ -23,8 +20,6 @@ std::size_t replyLengthAt(const std::uint8_t *f, std::size_t n)
     default: return 0;
     }
 }
-
-}  // namespace
 
 std::vector<Bytes> findReplies(const std::uint8_t *data, std::size_t n)
 {

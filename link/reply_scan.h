@@ -13,6 +13,11 @@ namespace rvlink {
 
 std::vector<Bytes> findReplies(const std::uint8_t *data, std::size_t n);
 
+// The length of the reply whose first `n` bytes are at `f`, by its shape (a
+// read's byte count, an exception, a write's echo): more than `n` while it
+// is incomplete, 0 when they start no reply.
+std::size_t replyLengthAt(const std::uint8_t *f, std::size_t n);
+
 }  // namespace rvlink
 
 #endif

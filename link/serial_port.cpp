@@ -116,7 +116,8 @@ bool SerialPort::open(std::string &error)
         error = "no serial port given";
         return false;
     }
-    fd_ = ::open(settings_.path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    const int access = settings_.listenOnly ? O_RDONLY : O_RDWR;
+    fd_ = ::open(settings_.path.c_str(), access | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
     if (fd_ < 0 || !isatty(fd_)) {
         const int why = errno;
         const bool busy = fd_ < 0 && why == EBUSY;
@@ -161,6 +162,8 @@ void SerialPort::close()
 
 bool SerialPort::write(const std::uint8_t *data, std::size_t n)
 {
+    if (settings_.listenOnly)
+        return false;
     std::size_t done = 0;
     while (done < n) {
         const ssize_t w = ::write(fd_, data + done, n - done);

@@ -22,7 +22,8 @@ struct PortSettings {
     bool rs485 = false;        // the kernel's RS-485 mode (TIOCSRS485)
     int rtsDelayBeforeMs = 0;  // in RS-485 mode
     int rtsDelayAfterMs = 0;
-    bool exclusive = true;  // claim the device for this process alone
+    bool exclusive = true;    // claim the device for this process alone
+    bool listenOnly = false;  // opened for reading alone: nothing is ever written
 };
 
 // The termios speed of `baud`; false for a rate no serial driver offers.

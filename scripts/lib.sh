@@ -24,9 +24,9 @@
 RV_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 RV_JOBS=${RV_JOBS:-2}
 # help2man: the tools' manual pages; dpkg-dev: dpkg-architecture and the
-# Debian packages' tools.
+# Debian packages' tools; tshark: the monitor's test decodes its captures.
 RV_BASE_PACKAGES=(cmake g++ make pkg-config qtbase5-dev libmodbus-dev libgtest-dev googletest
-                  libgmock-dev libbenchmark-dev libcli11-dev dpkg-dev help2man python3)
+                  libgmock-dev libbenchmark-dev libcli11-dev dpkg-dev help2man python3 tshark)
 
 rv_log()
 {

@@ -90,8 +90,9 @@ int main(int argc, char **argv)
     sigaddset(&stopSignals, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
     signal(SIGPIPE, SIG_IGN);
-    LineLink link;
-    if (!o.link.empty() && !link.claim(o.link, error))
+    LineLink link, tapLink;
+    if ((!o.link.empty() && !link.claim(o.link, error)) ||
+        (!o.tap.empty() && !tapLink.claim(o.tap, error)))
         return fail(error);
     FILE *log = nullptr;
     if (!o.logFile.empty() && !(log = fopen(o.logFile.c_str(), "a")))
@@ -113,6 +114,15 @@ int main(int argc, char **argv)
         // every character twice.
         if (hardwarePort(fd))
             o.line.pace = false;
+    }
+    // The tap: what a listener on the bus hears, on a pseudo-terminal of its own.
+    int tapFd = -1, tapSlave = -1;
+    std::string tapPath;
+    if (!o.tap.empty()) {
+        if (!openPty(o, tapFd, tapSlave, tapPath, error) || !tapLink.point(tapPath, error))
+            return fail(error);
+        fcntl(tapFd, F_SETFL, fcntl(tapFd, F_GETFL) | O_NONBLOCK);
+        o.line.tapFd = tapFd;
     }
     ModbusServer server(fd);
     RemoteFraming remoteFraming;
@@ -148,6 +158,8 @@ int main(int argc, char **argv)
         printf("rvsim: %d preset values from %s\n", presets, o.dataFile.c_str());
     printf("rvsim: listening on %s (station %s%s)\n", path.c_str(), stations.c_str(),
            o.remoteLink ? ", far end of a remote link" : "");
+    if (tapFd >= 0)
+        printf("rvsim: the line heard on %s\n", tapPath.c_str());
     fflush(stdout);
 
     const timespec tick = {o.tickMs / 1000, o.tickMs % 1000 * 1000000L};
@@ -176,6 +188,11 @@ int main(int argc, char **argv)
                (unsigned long long)c.damaged);
     printf("\n");
     link.release();
+    tapLink.release();
+    if (tapFd >= 0) {
+        close(tapFd);
+        close(tapSlave);
+    }
     if (log)
         fclose(log);
     if (!serial.isOpen()) {

@@ -136,6 +136,7 @@ bool parseSimOptions(int argc, char **argv, SimOptions &o, std::string &error)
         {"--resend", &o.faults.resend, ""}};
     app.add_option("--port", o.device);
     app.add_option("--link", o.link);
+    app.add_option("--tap", o.tap);
     app.add_option("-b,--baud", baud);
     app.add_option("-P,--parity", parity);
     app.add_option("-s,--stop", stop);

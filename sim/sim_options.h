@@ -10,6 +10,7 @@
 struct SimOptions {
     std::string device;  // serve a real serial port; empty = a new pty
     std::string link;    // symlink to the pty, e.g. /tmp/rv0
+    std::string tap;     // symlink to a second pty carrying both directions
     LineSettings line;   // its format, and paced at it unless --no-pace
     std::vector<int> stations{1};
     FaultPlan::Rates faults;

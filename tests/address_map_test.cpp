@@ -57,3 +57,43 @@ TEST(AddressMap, FixedBasesCoverFirstAndLastElementOfEveryArea)
     EXPECT_STREQ(areaName(12), "HSC");
     EXPECT_EQ(areaName(26), nullptr);
 }
+
+TEST(AddressMap, CoilsAndRegistersLeadBackToTheirElements)
+{
+    // Coil/register -> area type and element (X, Y octal), or none (-1).
+    const struct {
+        bool coil;
+        int target, type, element;
+    } rows[] = {
+        {true, 0x5000, X, 0},      {true, 0x503F, X, 077},       {true, 0x5040, -1, 0},
+        {true, 0x5100, X, 010000}, {true, 0x58D0, X, 020000},    {true, 0x6000, Y, 0},
+        {true, 0, 2, 0},           {true, 7999, 2, 7999},        {true, 8000, -1, 0},
+        {true, 0x7000, 3, 0},      {true, 0xC09F, 13, 31},       {false, 0, 14, 0},
+        {false, 0x8005, 15, 5},    {false, 0xF4C0 + 47, 25, 47}, {false, 0xF4C0 + 48, -1, 0},
+        {false, 0xFFFF, -1, 0},
+    };
+    for (const auto &r : rows) {
+        int type = -1, element = -1;
+        const bool found = r.coil ? CoilToBitElement(r.target, type, element)
+                                  : RegisterToWordElement(r.target, type, element);
+        EXPECT_EQ(r.type >= 0, found) << std::hex << r.target;
+        if (found) {
+            EXPECT_EQ(r.type * 100000 + r.element, type * 100000 + element) << std::hex << r.target;
+        }
+    }
+    // Every element of every area comes back from where the map puts it,
+    // but X/Y elements between segments, sent as their own coil.
+    for (int t = 0; t < 26; ++t) {
+        for (int e = 0; e < areaCapacity(t); ++e) {
+            const bool bits = t < 14;
+            const int target = bits ? BitElementToCoil(t, e) : WordElementToRegister(t, e);
+            int type = -1, element = -1;
+            const bool found = bits ? CoilToBitElement(target, type, element)
+                                    : RegisterToWordElement(target, type, element);
+            if (t > Y || (found && type == t)) {
+                EXPECT_TRUE(found) << "area " << t << " element " << e;
+                EXPECT_EQ(t * 100000 + e, type * 100000 + element);
+            }
+        }
+    }
+}

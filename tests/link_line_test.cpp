@@ -10,6 +10,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <fstream>
 #include <functional>
 #include <thread>
@@ -79,7 +80,7 @@ private:
     int master_ = -1, slave_ = -1;
     bool ok_ = false;
     std::string path_;
-    volatile bool stop_ = false;
+    std::atomic<bool> stop_{false};
     std::thread thread_;
 };
 

@@ -426,6 +426,10 @@ TEST(ToolsTest, BadInputGivesAClearMessageAndStatusTwo)
         {null + "--lib libm.so.6 D0", "lacks the entry point SetComInfo"},
         {null + "--lib " + otherQt + " D0", ", but rvpoll runs on Qt "},
         {rvsim + "--drop 0.6 --corrupt 0.6", "add up to more than 1"},
+        {null + "--monitor D0", "--monitor listens to all: it takes no variables"},
+        {rvpoll + "--replay x.pcapng", "--replay goes with --monitor"},
+        {rvpoll + "--monitor --replay /nonexistent.pcapng", "cannot read /nonexistent.pcapng"},
+        {null + "--capture /nonexistent/x.pcapng D0", "cannot create /nonexistent/x.pcapng"},
     };
     for (const auto &c : cases) {
         const Result r = run(c.first);

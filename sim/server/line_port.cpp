@@ -132,8 +132,12 @@ bool LinePort::readByte(uint8_t &byte, int timeoutMs)
     pollfd p[2] = {{fd_, POLLIN, 0}, {wake_[0], POLLIN, 0}};
     if (poll(p, 2, timeoutMs) <= 0 || !running_)
         return false;
-    if (p[0].revents & POLLIN)
-        return read(fd_, &byte, 1) == 1;
+    if (p[0].revents & POLLIN) {
+        if (read(fd_, &byte, 1) != 1)
+            return false;
+        tap(&byte, 1);
+        return true;
+    }
     if (p[0].revents & (POLLHUP | POLLERR))
         pauseUs(kIdlePollMs * 1000LL);  // the other end is closed: do not spin
     return false;
@@ -234,8 +238,19 @@ void LinePort::sendScheduled()
     }
 }
 
+void LinePort::tap(const uint8_t *data, size_t length) const
+{
+    const int fd = line().tapFd;
+    if (fd >= 0) {
+        // A full tap (nobody reads it, or not fast enough) drops what does not fit.
+        const ssize_t ignored = write(fd, data, length);
+        (void)ignored;
+    }
+}
+
 void LinePort::writeLine(const uint8_t *data, size_t length)
 {
+    tap(data, length);
     size_t done = 0;
     while (done < length && running_) {
         const ssize_t w = write(fd_, data + done, length - done);

@@ -35,6 +35,9 @@ struct LineSettings {
     int jitterMs = 0;      // 0..jitterMs more, drawn for each reply
     int pieceBytes = 0;    // a reply reaches the master in pieces this big; 0: whole
     int pieceGapMs = 0;    // silence between two pieces
+    // A listener's copy of the line: every byte heard and sent, as it
+    // crosses (never read; a full one drops bytes); -1 for none.
+    int tapFd = -1;
 };
 
 // "9600 baud, 2 stop bits": what a pseudo-terminal shows of a format.
@@ -84,6 +87,8 @@ private:
     bool pauseUs(long long us);
     bool readByte(uint8_t &byte, int timeoutMs);
     void writeLine(const uint8_t *data, size_t length);
+    // Both directions to the tap, as a listener on the bus hears them.
+    void tap(const uint8_t *data, size_t length) const;
     void sendScheduled();
 
     int fd_;
