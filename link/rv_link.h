@@ -1,12 +1,15 @@
 // The link of a Quorvel RV runtime, in one include: reading the driver's
-// replies off the line, the frames that cross it, its timing, and the
-// serial port set up and held for one program.
+// replies off the line, the frames that cross it, its timing, the serial
+// port set up and held for one program, and the gateways that reach a line
+// through the network.
 #ifndef RV_LINK_RV_LINK_H
 #define RV_LINK_RV_LINK_H
 
 #include "confirm_read.h"
 #include "line.h"
+#include "line_address.h"
 #include "line_timing.h"
+#include "mbap.h"
 #include "port_factory.h"
 #include "port_lock.h"
 #include "remote_frame.h"
@@ -15,5 +18,7 @@
 #include "rtu_frame.h"
 #include "serial_port.h"
 #include "stray_guard.h"
+#include "tcp_port.h"
+#include "telnet.h"
 
 #endif
