@@ -40,6 +40,7 @@ bool parseLineAddress(const std::string &text, LineAddress &out, std::string &er
     const Scheme *scheme = schemeOf(text);
     if (!scheme)
         return true;  // a device path
+    LineAddress a;
     const std::string rest = text.substr(std::strlen(scheme->prefix));
     const std::string form = std::string(scheme->prefix) +
                              (scheme->defaultPort ? "HOST[:PORT]" : "HOST:PORT") +
@@ -53,34 +54,35 @@ bool parseLineAddress(const std::string &text, LineAddress &out, std::string &er
             error = text + ": no closing bracket after the IPv6 address (" + form + ")";
             return false;
         }
-        out.host = rest.substr(1, hostEnd - 1);
+        a.host = rest.substr(1, hostEnd - 1);
         portAt = hostEnd + 1;
     } else {
         hostEnd = rest.rfind(':');
         if (hostEnd == std::string::npos)
             hostEnd = rest.size();
-        out.host = rest.substr(0, hostEnd);
+        a.host = rest.substr(0, hostEnd);
         portAt = hostEnd;
     }
-    if (out.host.empty() || out.host.find_first_of("/?@ ") != std::string::npos) {
+    if (a.host.empty() || a.host.find_first_of("/?@ ") != std::string::npos) {
         error = text + ": no host (" + form + ")";
         return false;
     }
     if (portAt >= rest.size()) {
-        out.port = scheme->defaultPort;
+        a.port = scheme->defaultPort;
     } else {
         const std::string port = rest.substr(portAt + 1);
         char *end = nullptr;
         const long n = rest[portAt] == ':' && !port.empty() && port[0] != '-' && port[0] != '+'
                            ? std::strtol(port.c_str(), &end, 10)
                            : 0;
-        out.port = end && *end == '\0' && n >= 1 && n <= 65535 ? int(n) : -1;
+        a.port = end && *end == '\0' && n >= 1 && n <= 65535 ? int(n) : -1;
     }
-    if (out.port <= 0) {
+    if (a.port <= 0) {
         error = text + ": the port must be a number from 1 to 65535 (" + form + ")";
         return false;
     }
-    out.kind = scheme->kind;
+    a.kind = scheme->kind;
+    out = a;
     return true;
 }
 

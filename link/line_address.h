@@ -22,8 +22,9 @@ struct LineAddress {
 // Whether `text` starts with one of the network schemes above.
 bool isNetworkAddress(const std::string &text);
 
-// Reads `text`; false with a reason for a network address that lacks its
-// host or port, or has a port outside 1 to 65535 or anything after it.
+// Reads `text` (a device path as it is); false with a reason, `out` left a
+// device, for a network address that lacks its host or port, or has a port
+// outside 1 to 65535 or anything after it.
 bool parseLineAddress(const std::string &text, LineAddress &out, std::string &error);
 
 // Whether the line's baud rate, parity and stop bits are set from this side:
