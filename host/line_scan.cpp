@@ -49,7 +49,7 @@ bool parseNumberList(const QString &text, int low, int high, std::vector<int> &o
 int scanTimeoutMs(const LinkSettings &line)
 {
     const int bytes = 8 + 7;  // the request and a one-register reply
-    return int((rvlink::wireTimeUs(line.format(), bytes) + 999) / 1000) + kTurnaroundMs;
+    return int((rvlink::wireTimeUs(line.format, bytes) + 999) / 1000) + kTurnaroundMs;
 }
 
 ScanResult scanLine(const LinkSettings &line, const ScanSettings &scan, FILE *progress,
@@ -64,17 +64,18 @@ ScanResult scanLine(const LinkSettings &line, const ScanSettings &scan, FILE *pr
     // Only the line's own settings, for timing, where the gateway sets them.
     ScanSettings plan = scan;
     if (r.gatewaySettings) {
-        plan.bauds = {line.baud};
-        plan.parities = {line.parity};
-        plan.stopBits = line.stopBits;
+        plan.bauds = {line.format.baud};
+        plan.parities = {line.format.parity};
+        plan.stopBits = line.format.stopBits;
     }
     r.total = int(plan.bauds.size() * plan.parities.size());
     for (size_t b = 0; b < plan.bauds.size() && !stop; ++b) {
         for (size_t p = 0; p < plan.parities.size() && !stop; ++p) {
             LinkSettings settings = line;
-            settings.baud = plan.bauds[b];
-            settings.parity = plan.parities[p];
-            settings.stopBits = plan.stopBits ? plan.stopBits : (settings.parity == 'N' ? 2 : 1);
+            settings.format.baud = plan.bauds[b];
+            settings.format.parity = plan.parities[p];
+            settings.format.stopBits =
+                plan.stopBits ? plan.stopBits : (settings.format.parity == 'N' ? 2 : 1);
             settings.timeoutMs = scan.timeoutMs > 0 ? scan.timeoutMs : scanTimeoutMs(settings);
             settings.byteTimeoutMs = settings.timeoutMs;
             // Another station's late reply is skipped by its station byte, so
@@ -86,9 +87,9 @@ ScanResult scanLine(const LinkSettings &line, const ScanSettings &scan, FILE *pr
                 return r;
             rvlink::Line link(*port, settings.lineOptions());
             ScanCombination c;
-            c.baud = settings.baud;
-            c.parity = settings.parity;
-            c.stopBits = settings.stopBits;
+            c.baud = settings.format.baud;
+            c.parity = settings.format.parity;
+            c.stopBits = settings.format.stopBits;
             for (size_t s = 0; s < scan.stations.size() && !stop; ++s) {
                 if (progress) {
                     const double elapsed =

@@ -10,10 +10,7 @@
 
 struct LinkSettings {
     std::string port;
-    int baud = 19200;
-    int dataBits = 8;
-    char parity = 'E';  // 'N', 'E' or 'O'
-    int stopBits = 1;
+    rvlink::LineFormat format;  // 19200 8E1 unless told otherwise
     int timeoutMs = 500;        // wait for the first reply byte
     int byteTimeoutMs = 500;    // wait between pieces of one reply
     int gapUs = -1;             // silence kept between frames; -1 = 3.5 characters
@@ -24,20 +21,11 @@ struct LinkSettings {
     int rtsDelayBefore = 0;     // ms, in RS-485 mode
     int rtsDelayAfter = 0;
 
-    rvlink::LineFormat format() const
-    {
-        rvlink::LineFormat f;
-        f.baud = baud;
-        f.dataBits = dataBits;
-        f.parity = parity;
-        f.stopBits = stopBits;
-        return f;
-    }
     rvlink::PortSettings portSettings() const
     {
         rvlink::PortSettings p;
         p.path = port;
-        p.format = format();
+        p.format = format;
         p.rs485 = rs485;
         p.rtsDelayBeforeMs = rtsDelayBefore;
         p.rtsDelayAfterMs = rtsDelayAfter;
@@ -46,7 +34,7 @@ struct LinkSettings {
     rvlink::LineOptions lineOptions() const
     {
         rvlink::LineOptions o;
-        o.format = format();
+        o.format = format;
         o.timeoutMs = timeoutMs;
         o.byteTimeoutMs = byteTimeoutMs;
         o.gapUs = gapUs;

@@ -150,7 +150,8 @@ const char *usageText()
            "      --format=F        uint16 (default), int16, hex, uint32, int32, float,\n"
            "                        string; 32-bit ones in word order :abcd (default) or :cdab\n"
            "      --hex             same as --format=hex\n"
-           "      --json            one JSON object per scan; unknown values are null\n"
+           "      --json            JSON Lines: one JSON object per scan, each on a line of its\n"
+           "                        own (not one JSON document); unknown values are null\n"
            "      --csv             one CSV row per scan after a header line\n"
            "  -v, --verbose         trace frames: [01][03].. sent, <01><03>.. received\n"
            "  -q, --quiet           no summary and no write messages on the way\n"
@@ -244,13 +245,14 @@ bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
     const char *const ms = "milliseconds, 1 to 60000";
     const Check checks[] = {
         {"--baud", baud,
-         baud.empty() || (toInt(baud, 50, 4000000, opts.link.baud) && standardBaud(opts.link.baud)),
+         baud.empty() || (toInt(baud, 50, 4000000, opts.link.format.baud) &&
+                          standardBaud(opts.link.format.baud)),
          bauds},
         {"--parity", parity, parity.empty() || parityByName(parity) != 0,
          "none, even or odd (N, E, O)"},
-        {"--data", data, data.empty() || toInt(data, 8, 8, opts.link.dataBits),
+        {"--data", data, data.empty() || toInt(data, 8, 8, opts.link.format.dataBits),
          "8: Modbus RTU sends 8 data bits"},
-        {"--stop", stop, stop.empty() || toInt(stop, 1, 2, opts.link.stopBits), "1 or 2"},
+        {"--stop", stop, stop.empty() || toInt(stop, 1, 2, opts.link.format.stopBits), "1 or 2"},
         {"--timeout-ms", timeout, timeout.empty() || toInt(timeout, 1, 60000, opts.link.timeoutMs),
          ms},
         {"--byte-timeout-ms", byteTimeout,
@@ -309,7 +311,7 @@ bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
         return false;
     }
     if (!parity.empty())
-        opts.link.parity = parityByName(parity);
+        opts.link.format.parity = parityByName(parity);
     if (!rtsBefore.empty() || !rtsAfter.empty())
         opts.link.rs485 = true;
     QString formatError;

@@ -27,8 +27,8 @@ RV_JOBS=${RV_JOBS:-2}
 # Debian packages' tools; ser2net and pymodbus (with the serial modules its
 # server imports): the gateways the network tests reach a line through.
 RV_BASE_PACKAGES=(cmake g++ make pkg-config qtbase5-dev libmodbus-dev libgtest-dev googletest
-                  libgmock-dev libbenchmark-dev libserialport-dev libcli11-dev dpkg-dev help2man
-                  python3 ser2net python3-pymodbus python3-serial python3-serial-asyncio)
+                  libgmock-dev libbenchmark-dev libcli11-dev dpkg-dev help2man python3 ser2net
+                  python3-pymodbus python3-serial python3-serial-asyncio)
 
 rv_log()
 {

@@ -1,8 +1,6 @@
 # rvsim: the controller simulator, on the shared libmodbus server. Element
 # names go through the tools' common parser and the driver's own address map.
 if(TARGET rv_modbus_server)
-  find_package(PkgConfig REQUIRED)
-  pkg_check_modules(SERIALPORT REQUIRED IMPORTED_TARGET libserialport)
   add_executable(rvsim
     ${CMAKE_CURRENT_LIST_DIR}/rvsim.cpp
     ${CMAKE_CURRENT_LIST_DIR}/sim_options.cpp
@@ -12,7 +10,7 @@ if(TARGET rv_modbus_server)
     ${CMAKE_CURRENT_LIST_DIR}/presets.cpp
     ${CMAKE_CURRENT_LIST_DIR}/request_log.cpp
     ${CMAKE_CURRENT_LIST_DIR}/line_link.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/remote_link.cpp)
+    ${CMAKE_CURRENT_LIST_DIR}/server/remote_framing.cpp)
   target_compile_definitions(rvsim PRIVATE RV_VERSION="${PROJECT_VERSION}")
-  target_link_libraries(rvsim PRIVATE rv_modbus_server rv_common rv_static PkgConfig::SERIALPORT util)
+  target_link_libraries(rvsim PRIVATE rv_modbus_server rv_common rv_static util)
 endif()

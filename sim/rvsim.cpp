@@ -2,11 +2,12 @@
 // answering Modbus RTU with live values and faults on request.
 #include <errno.h>
 #include <fcntl.h>
-#include <libserialport.h>
 #include <pty.h>
 #include <signal.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -15,11 +16,11 @@
 #include "line_link.h"
 #include "live_data.h"
 #include "presets.h"
-#include "remote_link.h"
 #include "request_log.h"
 #include "sim_options.h"
 #include "sim/server/modbus_server.h"
-#include "sim/server/pty_settings.h"
+#include "link/serial_port.h"
+#include "sim/server/remote_framing.h"
 
 namespace {
 
@@ -30,16 +31,23 @@ int fail(const std::string &message)
 }
 
 // The master side of a new raw pseudo-terminal at the line's speed and stop
-// bits, so a poller that sets none is heard; the slave side stays open here
-// too, so the line does not hang up between two pollers.
+// bits (it carries no parity), so a poller that sets none is heard; the
+// slave side stays open here too, so the line does not hang up between two
+// pollers.
 bool openPty(const SimOptions &o, int &master, int &slave, std::string &path, std::string &error)
 {
-    char name[128];
+    rvlink::LineFormat format = o.line.format;
+    format.parity = 'N';
     termios raw;
-    if (!rawPtySettings(o.baud, o.stopBits, raw) && !rawPtySettings(19200, o.stopBits, raw)) {
-        error = "cannot set up a pseudo-terminal";
-        return false;
+    if (!rvlink::rawTermios(format, raw, error)) {
+        format.baud = 19200;  // no terminal speed is the line's: any is heard
+        if (!rvlink::rawTermios(format, raw, error)) {
+            error = "cannot set up a pseudo-terminal: " + error;
+            return false;
+        }
     }
+    raw.c_cc[VMIN] = 1;  // a poller that sets nothing waits for a byte
+    char name[128];
     if (openpty(&master, &slave, name, &raw, nullptr) != 0) {
         error = "cannot create a pseudo-terminal";
         return false;
@@ -48,52 +56,16 @@ bool openPty(const SimOptions &o, int &master, int &slave, std::string &path, st
     return true;
 }
 
-// A serial port is configured through libserialport. Terminals it does not
-// list (it finds ports through sysfs, which has no pseudo-terminals) are
-// served as they are, in raw mode: they have no line settings to set.
-bool openSerial(const SimOptions &o, sp_port *&port, int &fd, std::string &error)
+// Whether a driver of real hardware stands behind the terminal `fd`, as
+// sysfs shows it; a pseudo-terminal has none.
+bool hardwarePort(int fd)
 {
-    fd = open(o.device.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK);
-    if (fd < 0 || !isatty(fd)) {
-        error = "cannot open " + o.device + ": " + (fd < 0 ? strerror(errno) : "not a serial port");
-        if (fd >= 0)
-            close(fd);
-        fd = -1;
+    struct stat st;
+    if (fstat(fd, &st) != 0 || !S_ISCHR(st.st_mode))
         return false;
-    }
-    if (sp_get_port_by_name(o.device.c_str(), &port) != SP_OK) {
-        port = nullptr;
-        termios raw;
-        if (tcgetattr(fd, &raw) == 0) {
-            cfmakeraw(&raw);
-            tcsetattr(fd, TCSANOW, &raw);
-        }
-        fprintf(stderr,
-                "rvsim: note: %s is not a port libserialport lists; line settings not applied\n",
-                o.device.c_str());
-        return true;
-    }
-    close(fd);
-    fd = -1;
-    const sp_parity parity = o.parity == 'N'   ? SP_PARITY_NONE
-                             : o.parity == 'O' ? SP_PARITY_ODD
-                                               : SP_PARITY_EVEN;
-    const char *step = "open";
-    if (sp_open(port, SP_MODE_READ_WRITE) == SP_OK) {
-        step = "configure";
-        if (sp_set_baudrate(port, o.baud) == SP_OK && sp_set_bits(port, 8) == SP_OK &&
-            sp_set_parity(port, parity) == SP_OK && sp_set_stopbits(port, o.stopBits) == SP_OK &&
-            sp_set_flowcontrol(port, SP_FLOWCONTROL_NONE) == SP_OK &&
-            sp_get_port_handle(port, &fd) == SP_OK)
-            return true;
-    }
-    char *msg = sp_last_error_message();
-    error = std::string("cannot ") + step + " " + o.device + ": " + (msg ? msg : "unknown error");
-    sp_free_error_message(msg);
-    sp_close(port);
-    sp_free_port(port);
-    port = nullptr;
-    return false;
+    const std::string device = "/sys/dev/char/" + std::to_string(major(st.st_rdev)) + ":" +
+                               std::to_string(minor(st.st_rdev)) + "/device";
+    return access(device.c_str(), F_OK) == 0;
 }
 
 }  // namespace
@@ -125,20 +97,27 @@ int main(int argc, char **argv)
     if (!o.logFile.empty() && !(log = fopen(o.logFile.c_str(), "a")))
         return fail("cannot open " + o.logFile + ": " + strerror(errno));
 
+    // A serial device is this run's alone (a second program on it is told
+    // who holds it) and set up by the link, as every program of the line does.
+    rvlink::PortSettings settings;
+    settings.path = o.device;
+    settings.format = o.line.format;
+    rvlink::SerialPort serial(settings);
     int fd = -1, slave = -1;
-    sp_port *port = nullptr;
     std::string path = o.device;
-    if (o.device.empty() ? !openPty(o, fd, slave, path, error) : !openSerial(o, port, fd, error))
+    if (o.device.empty() ? !openPty(o, fd, slave, path, error) : !serial.open(error))
         return fail(error);
-
-    // A port that libserialport set up sends at its own speed: wire time
-    // added on top would count every character twice.
-    if (port)
-        o.line.pace = false;
+    if (serial.isOpen()) {
+        fd = serial.fd();
+        // A UART sends at its own speed: wire time added on top would count
+        // every character twice.
+        if (hardwarePort(fd))
+            o.line.pace = false;
+    }
     ModbusServer server(fd);
-    RemoteLink remoteLink;
+    RemoteFraming remoteFraming;
     if (o.remoteLink)
-        server.setFraming(&remoteLink);
+        server.setFraming(&remoteFraming);
     server.setStations(o.stations);
     server.setFaults(o.faults);
     server.setScript(o.script);
@@ -199,10 +178,7 @@ int main(int argc, char **argv)
     link.release();
     if (log)
         fclose(log);
-    if (port) {
-        sp_close(port);
-        sp_free_port(port);
-    } else {
+    if (!serial.isOpen()) {
         close(fd);
         close(slave);
     }

@@ -5,8 +5,8 @@
 #include <algorithm>
 
 #include "element_range.h"
-#include "sim/server/pty_settings.h"
 #include "common/tool_cli.h"
+#include "link/serial_port.h"
 
 namespace {
 
@@ -55,7 +55,7 @@ bool parseParity(const std::string &text, char &out)
     return parity != 0;
 }
 
-bool markRefused(const std::vector<std::string> &ranges, ModbusServer::Refusals &r,
+bool markRefused(const std::vector<std::string> &ranges, ModbusBridge::Refusals &r,
                  std::string &error)
 {
     for (const std::string &text : ranges) {
@@ -81,24 +81,27 @@ std::vector<std::string> split(const std::string &text)
 }
 
 // "ok,lose,twice" into faults, by the names the log uses.
-bool parseScript(const std::string &text, std::vector<ModbusServer::Fault> &out)
+bool parseScript(const std::string &text, std::vector<FaultPlan::Fault> &out)
 {
     out.clear();
     for (const std::string &name : split(text)) {
-        int kind = 0;
-        while (kind < ModbusServer::kFaultKinds &&
-               name != ModbusServer::faultName(ModbusServer::Fault(kind)))
-            ++kind;
-        if (kind == ModbusServer::kFaultKinds)
+        FaultPlan::Fault f;
+        if (!FaultPlan::byName(name, f))
             return false;
-        out.push_back(ModbusServer::Fault(kind));
+        out.push_back(f);
     }
     return true;
 }
 
-bool scripted(const std::vector<ModbusServer::Fault> &script, ModbusServer::Fault f)
+bool scripted(const std::vector<FaultPlan::Fault> &script, FaultPlan::Fault f)
 {
     return std::find(script.begin(), script.end(), f) != script.end();
+}
+
+bool terminalSpeed(int baud)
+{
+    speed_t speed;
+    return rvlink::termiosSpeed(baud, speed);
 }
 
 // BYTES,MS: bytes of a piece and the pause after it.
@@ -129,7 +132,8 @@ bool parseSimOptions(int argc, char **argv, SimOptions &o, std::string &error)
         {"--truncate", &o.faults.truncate, ""}, {"--wrong-station", &o.faults.wrongStation, ""},
         {"--delay", &o.faults.delay, ""},       {"--exception-rate", &o.faults.exception, ""},
         {"--lose", &o.faults.lose, ""},         {"--twice", &o.faults.twice, ""},
-        {"--noise", &o.faults.noise, ""}};
+        {"--noise", &o.faults.noise, ""},       {"--late-answering", &o.faults.lateAnswering, ""},
+        {"--resend", &o.faults.resend, ""}};
     app.add_option("--port", o.device);
     app.add_option("--link", o.link);
     app.add_option("-b,--baud", baud);
@@ -174,9 +178,9 @@ bool parseSimOptions(int argc, char **argv, SimOptions &o, std::string &error)
     };
     int n = 0;
     std::vector<Check> checks = {
-        {"--baud", baud.empty() || toInt(baud, 50, 4000000, o.baud), baud},
-        {"--parity", parity.empty() || parseParity(parity, o.parity), parity},
-        {"--stop", stop.empty() || toInt(stop, 1, 2, o.stopBits), stop},
+        {"--baud", baud.empty() || toInt(baud, 50, 4000000, o.line.format.baud), baud},
+        {"--parity", parity.empty() || parseParity(parity, o.line.format.parity), parity},
+        {"--stop", stop.empty() || toInt(stop, 1, 2, o.line.format.stopBits), stop},
         {"--tick-ms", tickMs.empty() || toInt(tickMs, 1, 60000, o.tickMs), tickMs},
         {"--delay-ms", delayMs.empty() || toInt(delayMs, 0, 60000, o.faults.delayMs), delayMs},
         {"--twice-ms", twiceMs.empty() || toInt(twiceMs, 0, 60000, o.faults.twiceMs), twiceMs},
@@ -208,20 +212,17 @@ bool parseSimOptions(int argc, char **argv, SimOptions &o, std::string &error)
     }
     const bool onPty = o.device.empty();
     o.line.pace = !noPace;
-    o.line.baud = o.baud;
-    o.line.stopBits = o.stopBits;
-    o.line.bitsPerChar = bitsPerCharacter(o.parity, o.stopBits);
-    o.line.ownSettingsOnly = onPty && !anyBaud && ptySpeedExists(o.baud);
-    const ModbusServer::FaultRates &f = o.faults;
-    const double faultSum = f.drop + f.badCrc + f.truncate + f.wrongStation + f.delay +
-                            f.exception + f.lose + f.twice + f.noise;
+    const int baudRate = o.line.format.baud;
+    o.line.ownSettingsOnly = onPty && !anyBaud && terminalSpeed(baudRate);
+    const FaultPlan::Rates &f = o.faults;
+    const double faultSum = f.total();
     if (faultSum > 1.0 + 1e-9) {
         error = "fault rates add up to more than 1";
         return false;
     }
 
     // Options that change nothing in this run.
-    typedef ModbusServer::Fault F;
+    typedef FaultPlan F;
     for (const char *line : {"--baud", "--stop"})
         if (onPty && noPace && anyBaud && app.count(line))
             o.notes.push_back(std::string(line) +
@@ -229,21 +230,22 @@ bool parseSimOptions(int argc, char **argv, SimOptions &o, std::string &error)
     if (onPty && noPace && app.count("--parity"))
         o.notes.push_back("--parity has no effect on a pseudo-terminal with --no-pace (it "
                           "carries no parity)");
-    if (onPty && !anyBaud && !ptySpeedExists(o.baud))
+    if (onPty && !anyBaud && !terminalSpeed(baudRate))
         o.notes.push_back("requests at any speed are answered: no terminal speed is " +
-                          std::to_string(o.baud) + " baud");
+                          std::to_string(baudRate) + " baud");
     if (!onPty && anyBaud)
         o.notes.push_back("--any-baud has no effect on a serial port: its UART hears its own "
                           "settings only");
     if (onPty && !noPace && app.count("--parity"))
         o.notes.push_back("--parity sets only the character time here: a pseudo-terminal "
                           "carries no parity");
-    if (app.count("--delay-ms") && f.delay <= 0 && !scripted(o.script, F::FaultDelay))
-        o.notes.push_back("--delay-ms has no effect without --delay or late in --script");
-    if (app.count("--twice-ms") && f.twice <= 0 && !scripted(o.script, F::FaultTwice))
+    if (app.count("--delay-ms") && f.delay <= 0 && f.lateAnswering <= 0 &&
+        !scripted(o.script, F::Late) && !scripted(o.script, F::LateAnswering))
+        o.notes.push_back("--delay-ms has no effect without --delay, --late-answering, or late "
+                          "or late-answering in --script");
+    if (app.count("--twice-ms") && f.twice <= 0 && !scripted(o.script, F::Twice))
         o.notes.push_back("--twice-ms has no effect without --twice or twice in --script");
-    const bool randomScript =
-        scripted(o.script, F::FaultTruncate) || scripted(o.script, F::FaultNoise);
+    const bool randomScript = scripted(o.script, F::Cut) || scripted(o.script, F::Noise);
     if (app.count("--seed") && faultSum <= 0 && o.line.jitterMs <= 0 && !randomScript)
         o.notes.push_back("--seed has no effect without a fault rate, --jitter-ms, or cut or "
                           "noise in --script");

@@ -10,14 +10,11 @@
 struct SimOptions {
     std::string device;  // serve a real serial port; empty = a new pty
     std::string link;    // symlink to the pty, e.g. /tmp/rv0
-    int baud = 19200;
-    char parity = 'E';  // 'N', 'E' or 'O'
-    int stopBits = 1;
-    LineSettings line;  // timing: paced at baud, parity and stop unless --no-pace
+    LineSettings line;   // its format, and paced at it unless --no-pace
     std::vector<int> stations{1};
-    ModbusServer::FaultRates faults;
-    std::vector<ModbusServer::Fault> script;  // faults of the first requests, in order
-    ModbusServer::Refusals refusals;
+    FaultPlan::Rates faults;
+    std::vector<FaultPlan::Fault> script;  // faults of the first requests, in order
+    ModbusBridge::Refusals refusals;
     std::string dataFile;     // preset values
     std::string logFile;      // request log
     bool verbose = false;     // request log on standard output

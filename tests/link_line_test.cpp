@@ -215,6 +215,33 @@ TEST(LinkLine, AnEarlierEchoInPlaceOfALostWriteIsNotTakenForItsEcho)
               x.doubt);
 }
 
+TEST(LinkLine, AWrongEchoSettingIsToldAndTheReplyStillRead)
+{
+    // A 2-wire adapter hears its own frame first: the request, then D0's reply.
+    FarEnd echoing([](const Bytes &req, int) {
+        return std::vector<Reply>{{0, req}, {0, registers(1, {5})}};
+    });
+    FarEnd plain([](const Bytes &, int) { return std::vector<Reply>{{0, registers(1, {5})}}; });
+    ASSERT_TRUE(echoing.ok() && plain.ok());
+    const struct {
+        const FarEnd &far;
+        bool discardEcho, heard, missing;
+    } cases[] = {{echoing, false, true, false}, {plain, true, false, true}};
+    for (const auto &c : cases) {
+        rvlink::SerialPort port(Link::settings(c.far.path()));
+        rvlink::LineOptions o = Link::options(100);
+        o.discardEcho = c.discardEcho;
+        rvlink::Line line(port, o);
+        std::string error;
+        ASSERT_TRUE(port.open(error)) << error;
+        const Exchange x = line.exchange(rvlink::readRequest(1, 3, 0, 1), 7);
+        EXPECT_EQ(Exchange::Answered, x.outcome) << c.discardEcho;
+        EXPECT_EQ(registers(1, {5}), x.reply) << c.discardEcho;
+        EXPECT_EQ(c.heard, x.echoHeard) << c.discardEcho;
+        EXPECT_EQ(c.missing, x.echoMissing) << c.discardEcho;
+    }
+}
+
 TEST(LinkPort, HeldByOneProgramAtATime)
 {
     FarEnd far([](const Bytes &, int) { return std::vector<Reply>(); });

@@ -157,7 +157,7 @@ TEST(SimTest, OptionFormsNotesAndErrorTexts)
         {"--refuse D7990-D8010", "'D7990-D8010' runs past the end of area D (last element D7999)"},
         {"--data " + badData, badData + ":2: unknown area 'Q' in 'Q5'\n<2>"},
         {"--script ok,bogus", "bad value 'ok,bogus' for --script"},
-        {"--lose 0.5 --twice 0.3 --noise 0.3", "add up to more than 1"},
+        {"--lose 0.5 --late-answering 0.3 --resend 0.3", "add up to more than 1"},
         {"--link " + badData, badData + " exists and is not a symbolic link"},
     };
     for (const auto &c : cases) {
@@ -172,7 +172,8 @@ TEST(SimTest, OptionFormsNotesAndErrorTexts)
 TEST(SimTest, ScriptedFaultsAsTheMasterSeesThem)
 {
     RunningSim sim("-v --twice-ms 40 --delay-ms 300 --script "
-                   "ok,lose,twice,drop,late,cut,crc,wrong-station,exception,noise");
+                   "ok,lose,twice,drop,late,cut,crc,wrong-station,exception,noise,late-answering,"
+                   "resend");
     ASSERT_TRUE(sim.master()) << sim.output();
     modbus_t *m = sim.master();
     modbus_set_response_timeout(m, 0, 150000);
@@ -196,8 +197,12 @@ TEST(SimTest, ScriptedFaultsAsTheMasterSeesThem)
         {"exception 0x04 (Slave device or server failure) [exception: request not applied]",
          EMBXSFAIL, 0},
         {"ok [noise: ", -1, 0},
+        {"ok [late-answering: reply sent 300 ms late, later requests answered meanwhile]",
+         ETIMEDOUT, 8},
+        // The echo of the write before, to another register.
+        {"not applied [resend: the last reply sent again (8 bytes)]", 0, 0},
     };
-    for (int i = 0; i < 10; ++i) {
+    for (int i = 0; i < 12; ++i) {
         const auto &c = cases[i];
         errno = 0;
         const int error = modbus_write_register(m, 10 + i, 100 + i) == 1 ? 0 : errno;
@@ -214,12 +219,38 @@ TEST(SimTest, ScriptedFaultsAsTheMasterSeesThem)
         }
         EXPECT_EQ("", missing(sim.output(), {c.logged})) << sim.output();
     }
-    // Past the script the rates (none) apply: every write but the lost one
-    // and the refused one was applied.
-    uint16_t regs[11] = {};
-    ASSERT_EQ(11, modbus_read_registers(m, 9, 11, regs)) << modbus_strerror(errno);
-    EXPECT_EQ(std::vector<uint16_t>({99, 100, 0, 102, 103, 104, 105, 106, 107, 0, 109}),
-              std::vector<uint16_t>(regs, regs + 11));
+    // Past the script the rates (none) apply: every write but the lost one,
+    // the refused one and the one answered by a resent reply was applied.
+    uint16_t regs[13] = {};
+    ASSERT_EQ(13, modbus_read_registers(m, 9, 13, regs)) << modbus_strerror(errno);
+    EXPECT_EQ(std::vector<uint16_t>({99, 100, 0, 102, 103, 104, 105, 106, 107, 0, 109, 110, 0}),
+              std::vector<uint16_t>(regs, regs + 13));
+}
+
+// A reply's copy (twice) and a reply sent late while answering: the next
+// request is answered first, the reply left for later comes after it.
+TEST(SimTest, RepliesLeftForLaterComeAfterTheNextAnswer)
+{
+    RunningSim sim("--twice-ms 300 --delay-ms 300 --script twice,ok,late-answering");
+    ASSERT_TRUE(sim.master()) << sim.output();
+    modbus_t *m = sim.master();
+    modbus_set_response_timeout(m, 0, 150000);
+    const int expected[] = {0, ETIMEDOUT};  // of the write, answered twice, then late
+    for (int i = 0; i < 2; ++i) {
+        const Clock::time_point start = Clock::now();
+        errno = 0;
+        EXPECT_EQ(expected[i], modbus_write_register(m, 10 + i, 7) == 1 ? 0 : errno) << i;
+        // The copy or the late echo would fail this read, were it first.
+        EXPECT_EQ(std::vector<int>({7}), ask(m, ReadRegisters, 10 + i, 1)) << i;
+        int bytes = 0;
+        double first = 0;
+        for (const auto &a : arrivals(modbus_get_socket(m), 400, start)) {
+            first = bytes ? first : a.second;
+            bytes += a.first;
+        }
+        EXPECT_EQ(8, bytes) << i;
+        EXPECT_GE(first, 300.0) << i;
+    }
 }
 
 // The line's timing: a paced reply takes at least its wire time, and pieces
@@ -251,6 +282,7 @@ TEST(SimTest, PacingAndPieces)
 
 // --link: a path a running rvsim serves is refused, one a dead rvsim left is
 // taken over, and SIGTERM ends the run at once, the link and lock removed.
+// A --port device another program holds is refused, naming it.
 TEST(SimTest, LinkOwnershipAndStop)
 {
     const std::string line = "/tmp/rvsim-test-line-" + std::to_string(getpid());
@@ -259,6 +291,14 @@ TEST(SimTest, LinkOwnershipAndStop)
     const std::string refused =
         runCommand("'" RVSIM_PATH "' --link " + line + " 2>&1; echo \"<$?>\"");
     EXPECT_EQ("", missing(refused, {" is in use by a running rvsim (pid ", ")\n<2>"})) << refused;
+    {
+        Sim holder("--port " + first.path());
+        ASSERT_FALSE(holder.path().empty()) << holder.output();
+        const std::string held = first.path() + " is in use by process ";
+        const std::string busy =
+            runCommand("'" RVSIM_PATH "' --port " + first.path() + " 2>&1; echo \"<$?>\"");
+        EXPECT_EQ("", missing(busy, {held.c_str(), " (rvsim)\n<2>"})) << busy;
+    }
     first.stop();
 
     // What an rvsim killed outright leaves: the link and an unlocked lock file.

@@ -1,4 +1,4 @@
-#include "remote_link.h"
+#include "remote_framing.h"
 
 #include <stdio.h>
 
@@ -44,12 +44,12 @@ void appendData(std::vector<uint8_t> &frame, const rvlink::RemoteRequest &f, boo
 
 }  // namespace
 
-size_t RemoteLink::frameLength(const std::vector<uint8_t> &f) const
+size_t RemoteFraming::frameLength(const std::vector<uint8_t> &f) const
 {
     return rvlink::remoteFrameLength(f.data(), f.size());
 }
 
-RequestFraming::Translation RemoteLink::translate(const std::vector<uint8_t> &frame) const
+RequestFraming::Translation RemoteFraming::translate(const std::vector<uint8_t> &frame) const
 {
     Translation t;
     // The shortest length the length byte can stand for.
@@ -114,7 +114,7 @@ RequestFraming::Translation RemoteLink::translate(const std::vector<uint8_t> &fr
     return t;
 }
 
-void RemoteLink::reshapeReply(std::vector<uint8_t> &reply) const
+void RemoteFraming::reshapeReply(std::vector<uint8_t> &reply) const
 {
     if (reply.size() < 4 || (reply[1] & 0x7F) != 0x0F)
         return;

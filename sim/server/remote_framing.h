@@ -4,12 +4,12 @@
 // the register frame it stands for, placed by the driver's address map:
 // 0x01 with a bit area's bytes, 0x03 with a word area's registers, the
 // 0x10 echo for a write.
-#ifndef RVSIM_REMOTE_LINK_H
-#define RVSIM_REMOTE_LINK_H
+#ifndef RV_SIM_REMOTE_FRAMING_H
+#define RV_SIM_REMOTE_FRAMING_H
 
-#include "sim/server/request_framing.h"
+#include "request_framing.h"
 
-class RemoteLink : public RequestFraming {
+class RemoteFraming : public RequestFraming {
 public:
     // The length byte keeps the low 8 bits of the length: past 233 value
     // bytes it has wrapped, and the lengths it can stand for are tried in
