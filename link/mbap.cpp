@@ -4,7 +4,7 @@
 
 namespace rvlink {
 
-bool mbapRequest(const std::uint8_t *rtu, std::size_t n, unsigned transaction, Bytes &out)
+bool mbapFrame(const std::uint8_t *rtu, std::size_t n, unsigned transaction, Bytes &out)
 {
     // Station, function and CRC at the least.
     if (n < 4 || n - 3 > kMaxPdu || !crcCloses(rtu, n))

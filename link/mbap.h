@@ -14,10 +14,10 @@ const std::size_t kMbapHeader = 7;  // transaction (2), protocol (2), length (2)
 // The longest PDU: a function and 252 bytes of data.
 const std::size_t kMaxPdu = 253;
 
-// The Modbus TCP frame for the RTU request `rtu` (station, PDU, CRC); false
-// for bytes that are no such frame (too short, too long, or a CRC that does
-// not close), which no gateway could take.
-bool mbapRequest(const std::uint8_t *rtu, std::size_t n, unsigned transaction, Bytes &out);
+// The Modbus TCP frame for the RTU frame `rtu` (station, PDU, CRC), a
+// request or a reply; false for bytes that are no such frame (too short,
+// too long, or a CRC that does not close), which no gateway could take.
+bool mbapFrame(const std::uint8_t *rtu, std::size_t n, unsigned transaction, Bytes &out);
 
 enum class MbapVerdict {
     NeedMore,  // the frame is not whole yet
@@ -33,7 +33,8 @@ struct MbapStep {
 
 // What the first `n` bytes received hold, for the request in flight of
 // `transaction`. The unit identifier is the reply's station: a wrong one
-// is handed on for the line to count as another station's.
+// is handed on for the line to count as another station's. A server reads
+// requests with it too, each frame's own transaction given.
 MbapStep readMbap(const std::uint8_t *buf, std::size_t n, unsigned transaction, Bytes &rtu);
 
 // Whether an RTU reply is a gateway's own exception saying the station did

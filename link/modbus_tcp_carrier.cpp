@@ -6,7 +6,7 @@ namespace rvlink {
 
 bool ModbusTcpCarrier::wrap(const std::uint8_t *data, std::size_t n, Bytes &out)
 {
-    if (mbapRequest(data, n, (transaction_ + 1) & 0xFFFF, out)) {
+    if (mbapFrame(data, n, (transaction_ + 1) & 0xFFFF, out)) {
         transaction_ = (transaction_ + 1) & 0xFFFF;
         return true;
     }

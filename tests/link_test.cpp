@@ -386,11 +386,11 @@ TEST(LinkNetwork, ModbusTcpFramesAndTellsALateReplyByItsTransaction)
 {
     const Bytes read = bytes({0x01, 0x03, 0x00, 0x00, 0x00, 0x04, 0x44, 0x09});
     Bytes out;
-    ASSERT_TRUE(rvlink::mbapRequest(read.data(), read.size(), 0x1234, out));
+    ASSERT_TRUE(rvlink::mbapFrame(read.data(), read.size(), 0x1234, out));
     EXPECT_EQ("12 34 00 00 00 06 01 03 00 00 00 04", hex(out));
     const Bytes badCrc = bytes({0x01, 0x03, 0x00, 0x00, 0x00, 0x04, 0x44, 0x08});
-    EXPECT_FALSE(rvlink::mbapRequest(badCrc.data(), badCrc.size(), 1, out));
-    EXPECT_FALSE(rvlink::mbapRequest(read.data(), 3, 1, out));
+    EXPECT_FALSE(rvlink::mbapFrame(badCrc.data(), badCrc.size(), 1, out));
+    EXPECT_FALSE(rvlink::mbapFrame(read.data(), 3, 1, out));
 
     // D0-D3 = 11, 0x1234, 0, 0 from unit 1.
     const Bytes reply = bytes({0x12, 0x34, 0x00, 0x00, 0x00, 0x0B, 0x01, 0x03, 0x08, 0x00, 0x0B,

@@ -86,6 +86,17 @@ Gateway modbusTcpServer(const std::string &presets)
             port, "", nullptr};
 }
 
+// rvsim itself on TCP (`listen`: --listen or --listen-modbus-tcp), its
+// address by `scheme`, holding the presets of `data`.
+Gateway rvsimListening(const std::string &scheme, const std::string &listen,
+                       const std::string &data)
+{
+    const int port = freePort();
+    const std::string at = "127.0.0.1:" + std::to_string(port);
+    return {scheme + "://" + at, "exec '" RVSIM_PATH "' --data " + data + " " + listen + " " + at,
+            port, "", nullptr};
+}
+
 // Why these tests cannot run here, or empty.
 std::string unavailable()
 {
@@ -117,6 +128,9 @@ TEST(NetworkTest, PollsWritesAndScansThroughEachGateway)
         {ser2net("rfc2217", sim.path(), "19200e81"), "-b 9600",
          "--scan-bauds 19200,9600 --scan-parities even", "{\"baud\":9600,\"parity\":\"even\","},
         {modbusTcpServer("h10=1010 h11=1011 c3=1"), "", "", "{\"station\":1,"},
+        // No gateway: rvsim on TCP, raw and Modbus TCP.
+        {rvsimListening("socket", "--listen", data), "", "", "{\"station\":1,"},
+        {rvsimListening("modbus-tcp", "--listen-modbus-tcp", data), "", "", "{\"station\":1,"},
     };
     for (auto &c : cases) {
         ASSERT_TRUE(c.gateway.start()) << c.gateway.command << c.gateway.process->output();
