@@ -13,6 +13,8 @@
 #include <algorithm>
 #include <chrono>
 
+#include "fd_write.h"
+
 namespace rvlink {
 
 namespace {
@@ -94,20 +96,7 @@ void TcpConnection::close()
 
 bool TcpConnection::send(const Bytes &bytes)
 {
-    std::size_t done = 0;
-    while (fd_ >= 0 && done < bytes.size()) {
-        const ssize_t w = ::send(fd_, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
-        if (w > 0) {
-            done += std::size_t(w);
-            continue;
-        }
-        if (w < 0 && errno != EAGAIN && errno != EINTR)
-            return false;
-        pollfd p = {fd_, POLLOUT, 0};
-        if (poll(&p, 1, kNetworkSetUpMs) <= 0)
-            return false;
-    }
-    return fd_ >= 0;
+    return fd_ >= 0 && writeAll(fd_, bytes.data(), bytes.size(), kNetworkSetUpMs);
 }
 
 int TcpConnection::receive(std::uint8_t *buf, std::size_t max, int timeoutMs)

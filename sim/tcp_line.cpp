@@ -11,6 +11,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "link/fd_write.h"
+
 namespace {
 
 // "127.0.0.1:5020", "[::1]:5020".
@@ -111,17 +113,12 @@ void TcpLine::stop()
 
 bool TcpLine::pass(int from, int to)
 {
-    char buf[512];
+    uint8_t buf[512];
     const ssize_t n = read(from, buf, sizeof buf);
     if (n <= 0)
         return n < 0 && (errno == EAGAIN || errno == EINTR);
-    for (ssize_t done = 0; done < n;) {
-        const ssize_t w = send(to, buf + done, size_t(n - done), MSG_NOSIGNAL);
-        if (w <= 0)
-            return to != client_;  // a client gone is found by its read
-        done += w;
-    }
-    return true;
+    // A client gone is found by its next read.
+    return rvlink::writeAll(to, buf, size_t(n), 1000) || to == client_;
 }
 
 void TcpLine::relay()
