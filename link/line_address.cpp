@@ -1,5 +1,6 @@
 #include "line_address.h"
 
+#include <cctype>
 #include <cstdlib>
 #include <cstring>
 
@@ -72,7 +73,7 @@ bool parseLineAddress(const std::string &text, LineAddress &out, std::string &er
     } else {
         const std::string port = rest.substr(portAt + 1);
         char *end = nullptr;
-        const long n = rest[portAt] == ':' && !port.empty() && port[0] != '-' && port[0] != '+'
+        const long n = rest[portAt] == ':' && !port.empty() && std::isdigit((unsigned char)port[0])
                            ? std::strtol(port.c_str(), &end, 10)
                            : 0;
         a.port = end && *end == '\0' && n >= 1 && n <= 65535 ? int(n) : -1;
