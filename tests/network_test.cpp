@@ -74,8 +74,8 @@ Gateway ser2net(const std::string &scheme, const std::string &device, const std:
                           << (scheme == "rfc2217" ? "telnet(rfc2217)," : "") << "tcp,127.0.0.1,"
                           << port << "\n  connector: serialdev," << device << "," << speed
                           << ",local\n";
-    return {scheme + "://127.0.0.1:" + std::to_string(port), "exec ser2net -n -d -u -c " + config,
-            port, config, nullptr};
+    return {scheme + "://127.0.0.1:" + std::to_string(port),
+            "exec /usr/sbin/ser2net -n -d -u -c " + config, port, config, nullptr};
 }
 
 Gateway modbusTcpServer(const std::string &presets)
