@@ -4,8 +4,10 @@
 // (quorvel_rv/link: the port set up and held, each reply read by the length
 // the driver expects, a reply that could be a stray copy confirmed before
 // the driver sees it) and prints the ten registers after every complete
-// scan. Usage:
+// scan. The port may as well be a gateway on the network: the driver is
+// indifferent to what carries its frames. Usage:
 //   minimal_runtime [--remote-link] /dev/ttyUSB0 [station] [baud] [library]
+//   minimal_runtime socket://HOST:PORT | rfc2217://HOST:PORT | modbus-tcp://HOST[:PORT] ...
 // --remote-link sends request descriptions for a remote link (ComInfo
 // remoteLink) instead of controller frames.
 #include <dlfcn.h>
@@ -51,7 +53,10 @@ int main(int argc, char **argv)
         ++argv;
     }
     if (argc < 2)
-        return std::fprintf(stderr, "usage: %s [--remote-link] DEVICE [station] [baud] [library]\n",
+        return std::fprintf(stderr,
+                            "usage: %s [--remote-link] DEVICE|ADDRESS [station] [baud] [library]\n"
+                            "ADDRESS: socket://HOST:PORT, rfc2217://HOST:PORT or "
+                            "modbus-tcp://HOST[:PORT]\n",
                             argv[0]),
                2;
     const int station = argc > 2 ? std::atoi(argv[2]) : 1;
@@ -70,7 +75,8 @@ int main(int argc, char **argv)
         return 2;
 
     // 8 data bits, even parity, one stop bit (8E1), the usual Modbus RTU
-    // setting; a speed no serial driver offers is refused.
+    // setting (set on the far port through rfc2217://); a speed no serial
+    // driver offers is refused.
     rvlink::PortSettings port;
     port.path = argv[1];
     port.format.baud = argc > 3 ? std::atoi(argv[3]) : 19200;

@@ -5,6 +5,7 @@
 
 #include "common/words.h"
 #include "line_stats.h"
+#include "link/line_address.h"
 #include "link/port_factory.h"
 #include "link/rtu_frame.h"
 #include "poll_stats.h"
@@ -57,14 +58,24 @@ ScanResult scanLine(const LinkSettings &line, const ScanSettings &scan, FILE *pr
     typedef std::chrono::steady_clock Clock;
     const Clock::time_point started = Clock::now();
     ScanResult r;
-    r.total = int(scan.bauds.size() * scan.parities.size());
-    for (size_t b = 0; b < scan.bauds.size() && !stop; ++b) {
-        for (size_t p = 0; p < scan.parities.size() && !stop; ++p) {
+    rvlink::LineAddress address;
+    r.gatewaySettings =
+        rvlink::parseLineAddress(line.port, address, error) && !rvlink::setsLineFormat(address);
+    // Only the line's own settings, for timing, where the gateway sets them.
+    ScanSettings plan = scan;
+    if (r.gatewaySettings) {
+        plan.bauds = {line.format.baud};
+        plan.parities = {line.format.parity};
+        plan.stopBits = line.format.stopBits;
+    }
+    r.total = int(plan.bauds.size() * plan.parities.size());
+    for (size_t b = 0; b < plan.bauds.size() && !stop; ++b) {
+        for (size_t p = 0; p < plan.parities.size() && !stop; ++p) {
             LinkSettings settings = line;
-            settings.format.baud = scan.bauds[b];
-            settings.format.parity = scan.parities[p];
+            settings.format.baud = plan.bauds[b];
+            settings.format.parity = plan.parities[p];
             settings.format.stopBits =
-                scan.stopBits ? scan.stopBits : (settings.format.parity == 'N' ? 2 : 1);
+                plan.stopBits ? plan.stopBits : (settings.format.parity == 'N' ? 2 : 1);
             settings.timeoutMs = scan.timeoutMs > 0 ? scan.timeoutMs : scanTimeoutMs(settings);
             settings.byteTimeoutMs = settings.timeoutMs;
             // Another station's late reply is skipped by its station byte, so
@@ -121,6 +132,15 @@ ScanResult scanLine(const LinkSettings &line, const ScanSettings &scan, FILE *pr
                 }
             }
             r.combinations.append(c);
+            rvlink::NetworkFigures n;
+            if (port->network(n)) {
+                r.network.connects += n.connects;
+                r.network.connectMs = n.connectMs;
+                r.network.rttMs = n.rttMs;
+                r.network.stale += n.stale;
+                r.network.gatewayNoAnswer += n.gatewayNoAnswer;
+                r.overNetwork = true;
+            }
             port->close();
             if (c.finds > 0 && !scan.all) {
                 r.seconds = std::chrono::duration<double>(Clock::now() - started).count();
@@ -149,24 +169,26 @@ QString renderScan(const ScanResult &r, const std::string &port, bool json)
         asked += r.combinations.at(i).asked;
     }
     // The command that polls a find, as the table and the JSON give it.
-    const auto command = [&port](const ScanFind &f) {
-        return QString("rvpoll %1 -b %2 -P %3 -s %4 -a %5 D0-D9")
+    const auto command = [&port, &r](const ScanFind &f) {
+        const QString settings =
+            QString(" -b %1 -P %2 -s %3").arg(f.baud).arg(parityName(f.parity)).arg(f.stopBits);
+        return QString("rvpoll %1%2 -a %3 D0-D9")
             .arg(QString::fromStdString(port))
-            .arg(f.baud)
-            .arg(parityName(f.parity))
-            .arg(f.stopBits)
+            .arg(r.gatewaySettings ? QString() : settings)
             .arg(f.station);
     };
     if (json) {
         // JSON Lines in the poll's style: an object a find, then the summary.
         for (int i = 0; i < r.finds.size(); ++i) {
             const ScanFind &f = r.finds.at(i);
+            // Settings the gateway holds are not named as found.
             out +=
-                QString("{\"baud\":%1,\"parity\":\"%2\",\"stop\":%3,\"station\":%4,"
-                        "\"rtt_ms\":%5%6,\"command\":%7}\n")
-                    .arg(f.baud)
-                    .arg(parityName(f.parity))
-                    .arg(f.stopBits)
+                QString("{%1\"station\":%2,\"rtt_ms\":%3%4,\"command\":%5}\n")
+                    .arg(r.gatewaySettings ? QString()
+                                           : QString("\"baud\":%1,\"parity\":\"%2\",\"stop\":%3,")
+                                                 .arg(f.baud)
+                                                 .arg(parityName(f.parity))
+                                                 .arg(f.stopBits))
                     .arg(f.station)
                     .arg(f.rttMs, 0, 'f', 2)
                     .arg(f.exception >= 0
@@ -177,7 +199,7 @@ QString renderScan(const ScanResult &r, const std::string &port, bool json)
         return out + QString("{\"summary\":{\"finds\":%1,\"combinations\":%2,"
                              "\"combinations_planned\":%3,\"requests\":%4,\"seconds\":%5,"
                              "\"noise_bytes\":%6,\"cut\":%7,\"other_station\":%8,"
-                             "\"interrupted\":%9}}\n")
+                             "\"interrupted\":%9%10}}\n")
                          .arg(r.finds.size())
                          .arg(r.combinations.size())
                          .arg(r.total)
@@ -186,18 +208,22 @@ QString renderScan(const ScanResult &r, const std::string &port, bool json)
                          .arg(noise)
                          .arg(cut)
                          .arg(other)
-                         .arg(r.interrupted ? "true" : "false");
+                         .arg(r.interrupted ? "true" : "false")
+                         .arg(r.overNetwork ? ",\"network\":" + networkJson(r.network) : QString());
     }
     if (r.finds.isEmpty()) {
         out += "no station answered\n";
     } else {
-        out += "baud     parity  stop  station  round trip\n";
+        out +=
+            QString(r.gatewaySettings ? "" : "baud     parity  stop  ") + "station  round trip\n";
         for (int i = 0; i < r.finds.size(); ++i) {
             const ScanFind &f = r.finds.at(i);
-            out += QString("%1 %2 %3 %4 %5 ms%6\n")
-                       .arg(f.baud, -8)
-                       .arg(parityName(f.parity), -7)
-                       .arg(f.stopBits, -5)
+            out += QString("%1%2 %3 ms%4\n")
+                       .arg(r.gatewaySettings ? QString()
+                                              : QString("%1 %2 %3 ")
+                                                    .arg(f.baud, -8)
+                                                    .arg(parityName(f.parity), -7)
+                                                    .arg(f.stopBits, -5))
                        .arg(f.station, -8)
                        .arg(f.rttMs, 6, 'f', 1)
                        .arg(f.exception >= 0
@@ -220,6 +246,8 @@ QString renderScan(const ScanResult &r, const std::string &port, bool json)
                        .arg(counted(c.cut, "reply", "replies"))
                        .arg(c.otherStation);
     }
+    if (r.overNetwork)
+        out += networkSummary(r.network) + '\n';
     return out + QString("%1 of %2 combinations tried, %3, %4 s%5\n")
                      .arg(r.combinations.size())
                      .arg(r.total)

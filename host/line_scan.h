@@ -12,6 +12,7 @@
 #include <atomic>
 #include <vector>
 
+#include "link/port.h"
 #include "link_settings.h"
 
 struct ScanSettings {
@@ -46,6 +47,11 @@ struct ScanResult {
     double seconds = 0;
     bool interrupted = false;
     bool linkLost = false;
+    // Behind a raw serial server or a Modbus TCP gateway the line's settings
+    // are the gateway's: the one combination tried is not a find's.
+    bool gatewaySettings = false;
+    bool overNetwork = false;
+    rvlink::NetworkFigures network;  // over all the scan's connections
 };
 
 // Lists "1-5,7" of numbers within [low, high]; false on anything else.

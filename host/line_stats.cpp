@@ -59,6 +59,38 @@ QString describeExchange(const rvlink::Exchange &x, DriverVerdict verdict)
     return verdict == DriverVerdict::Accepted ? "answered" : "a reply the driver rejected";
 }
 
+QString networkSummary(const rvlink::NetworkFigures &n)
+{
+    QString text = QString("network: %1, the last made in %2 ms")
+                       .arg(counted(n.connects, "connection", "connections"))
+                       .arg(n.connectMs, 0, 'f', 1);
+    if (n.rttMs >= 0)
+        text += QString("; TCP round trip %1 ms, the rest of each round trip is the gateway's "
+                        "and the line's")
+                    .arg(n.rttMs, 0, 'f', 2);
+    if (n.stale > 0)
+        text += "; " + counted(n.stale, "reply", "replies") +
+                " to an earlier request told by its transaction and dropped";
+    if (n.gatewayNoAnswer > 0)
+        text += "; the gateway said " + counted(n.gatewayNoAnswer, "time", "times") +
+                " that the station did not answer";
+    if (n.unsent > 0)
+        text += "; " + counted(n.unsent, "request", "requests") + " no Modbus TCP frame carries";
+    return text;
+}
+
+QString networkJson(const rvlink::NetworkFigures &n)
+{
+    return QString("{\"connects\":%1,\"connect_ms\":%2,\"rtt_ms\":%3,\"stale_replies\":%4,"
+                   "\"gateway_no_answer\":%5,\"unsent\":%6}")
+        .arg(n.connects)
+        .arg(n.connectMs, 0, 'f', 2)
+        .arg(n.rttMs < 0 ? QString("null") : QString::number(n.rttMs, 'f', 2))
+        .arg(n.stale)
+        .arg(n.gatewayNoAnswer)
+        .arg(n.unsent);
+}
+
 void LineStats::note(int station, const rvlink::Exchange &x, DriverVerdict verdict)
 {
     StationLine &s = stations_[station];
@@ -169,7 +201,12 @@ QString LineStats::summary() const
         }
         out += line + '\n';
     }
-    return out;
+    return hasNetwork_ ? out + networkSummary(network_) + '\n' : out;
+}
+
+QString LineStats::networkField() const
+{
+    return hasNetwork_ ? ",\"network\":" + networkJson(network_) : QString();
 }
 
 QString LineStats::json() const

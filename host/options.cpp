@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "link/capture_file.h"
+#include "link/line_address.h"
 #include "link/serial_port.h"
 #include "localarea/areas.h"
 #include "common/tool_cli.h"
@@ -38,10 +39,11 @@ bool standardBaud(int baud)
     return rvlink::termiosSpeed(baud, speed);
 }
 
-// A port given without --port: a path or a terminal's name.
+// A port given without --port: a path, a terminal's name or a network address.
 bool looksLikePort(const QString &arg)
 {
-    return arg.startsWith('/') || arg.startsWith("tty") || arg.startsWith("./");
+    return arg.startsWith('/') || arg.startsWith("tty") || arg.startsWith("./") ||
+           rvlink::isNetworkAddress(arg.toStdString());
 }
 
 }  // namespace
@@ -72,11 +74,15 @@ const char *usageText()
            "\n"
            "VARIABLE is a range of elements: D0-D19 M0-M63 X0-X17 (X and Y octal) TD5,\n"
            "with a format D100-D101:float, and with a station 1:D0-D9 (--multi-station).\n"
-           "DEVICE (or --port) is a serial device: /dev/ttyUSB0, ttyS0, a pseudo-terminal.\n"
+           "DEVICE (or --port) is a serial device: /dev/ttyUSB0, ttyS0, a pseudo-terminal;\n"
+           "or a gateway: socket://HOST:PORT (a serial server passing RTU frames as they\n"
+           "are), rfc2217://HOST:PORT (the same, the far port set to -b, -P, -d and -s) or\n"
+           "modbus-tcp://HOST[:PORT] (a Modbus TCP gateway, port 502 by default).\n"
            "\n"
            "Line:\n"
            "      --port=DEV        serial device, held by rvpoll alone while it runs (a\n"
-           "                        second program on it is refused with its holder named)\n"
+           "                        second program on it is refused with its holder named),\n"
+           "                        or a gateway's address as DEVICE above\n"
            "  -b, --baud=N          baud rate (default 19200)\n"
            "  -P, --parity=P        none|even|odd or N|E|O (default even)\n"
            "  -d, --data=8          data bits: Modbus RTU sends 8\n"
@@ -420,6 +426,23 @@ bool parseOptions(int argc, char **argv, PollOptions &opts, QString &error)
     }
     if (opts.link.port.empty() && opts.replay.empty()) {
         error = "no serial port given (--port /dev/ttyUSB0)";
+        return false;
+    }
+    // Behind some gateways the line is not this side's to set, or to frame.
+    rvlink::LineAddress address;
+    if (!rvlink::parseLineAddress(opts.link.port, address, why)) {
+        error = QString::fromStdString(why);
+        return false;
+    }
+    if (opts.scan && !rvlink::setsLineFormat(address) &&
+        !(scanBauds + scanParities + scanStop).empty()) {
+        error = "behind socket:// and modbus-tcp:// the line's settings are the gateway's: leave "
+                "--scan-bauds, --scan-parities and --scan-stop out, or use rfc2217://";
+        return false;
+    }
+    if (opts.remoteLink && address.kind == rvlink::LineAddress::ModbusTcp) {
+        error = "no Modbus TCP frame carries a remote link's request descriptions: use socket:// "
+                "or rfc2217:// for --remote-link";
         return false;
     }
     return true;

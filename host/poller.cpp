@@ -270,6 +270,9 @@ bool Poller::exchange(Protocol *p)
         std::lock_guard<std::mutex> lock(mutex_);
         if (x.outcome != rvlink::Exchange::Lost && x.outcome != rvlink::Exchange::Broadcast)
             lineStats_.note(station, x, verdict);
+        rvlink::NetworkFigures network;
+        if (port_->network(network))
+            lineStats_.noteNetwork(network);
     }
     bool scanComplete = finished(r, code, x, verdict);
     // A scan's values are shown once it is complete: bytes arriving just

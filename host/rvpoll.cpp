@@ -116,11 +116,12 @@ void show(View &v, const PollStats &s)
         for (int i = 0; !o.quiet && i < events.size(); ++i)
             fprintf(stderr, "rvpoll: %s\n", events.at(i).toLocal8Bit().constData());
     } else if (o.json) {
-        printf("%s\n",
-               renderJson(o.vars, values, s, o.multiStation, problems,
-                          writes.isEmpty() ? nullptr : &c, events, v.poller->lineStats().json())
-                   .toLocal8Bit()
-                   .constData());
+        const LineStats line = v.poller->lineStats();
+        printf("%s\n", renderJson(o.vars, values, s, o.multiStation, problems,
+                                  writes.isEmpty() ? nullptr : &c, events,
+                                  line.json() + line.networkField())
+                           .toLocal8Bit()
+                           .constData());
     } else {
         QString text = renderTable(o.vars, values, o.multiStation) + statusLine(s) + '\n';
         if (!writes.isEmpty())

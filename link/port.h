@@ -1,5 +1,6 @@
-// A byte stream to the line, whatever carries it: a serial device here; a
-// program that reads replies (link/line.h) needs nothing else of it.
+// A byte stream to the line, whatever carries it: a serial device, or a
+// gateway on the network in front of one; a program that reads replies
+// (link/line.h) needs nothing else of it.
 #ifndef RV_LINK_PORT_H
 #define RV_LINK_PORT_H
 
@@ -8,6 +9,17 @@
 #include <string>
 
 namespace rvlink {
+
+// What a network between this side and the line adds to each exchange, kept
+// apart from the line's own figures.
+struct NetworkFigures {
+    long long connects = 0;         // connections made
+    double connectMs = 0;           // the last one's, the far port's set-up included
+    double rttMs = -1;              // the network's round trip, as TCP measured it; -1 unknown
+    long long stale = 0;            // replies to an earlier request, told by their transaction
+    long long gatewayNoAnswer = 0;  // a gateway's word that the station did not answer
+    long long unsent = 0;           // requests no Modbus TCP frame can carry
+};
 
 class Port {
 public:
@@ -27,6 +39,8 @@ public:
     virtual int discardInput() = 0;
     // The device or address, for messages.
     virtual std::string name() const = 0;
+    // What the network adds; false for a serial device.
+    virtual bool network(NetworkFigures &) const { return false; }
 };
 
 }  // namespace rvlink

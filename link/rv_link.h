@@ -1,7 +1,7 @@
 // The link of a Quorvel RV runtime, in one include: reading the driver's
 // replies off the line, the frames that cross it, its timing, the serial
-// port set up and held for one program, and what a listener finds on it
-// and records.
+// port set up and held for one program, the gateways that reach a line
+// through the network, and what a listener finds on it and records.
 #ifndef RV_LINK_RV_LINK_H
 #define RV_LINK_RV_LINK_H
 
@@ -11,8 +11,10 @@
 #include "confirm_read.h"
 #include "frame_finder.h"
 #include "line.h"
+#include "line_address.h"
 #include "line_tap.h"
 #include "line_timing.h"
+#include "mbap.h"
 #include "port_factory.h"
 #include "port_lock.h"
 #include "remote_frame.h"
@@ -21,5 +23,7 @@
 #include "rtu_frame.h"
 #include "serial_port.h"
 #include "stray_guard.h"
+#include "tcp_port.h"
+#include "telnet.h"
 
 #endif

@@ -8,6 +8,8 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include "fd_write.h"
+
 namespace rvlink {
 
 namespace {
@@ -164,20 +166,7 @@ bool SerialPort::write(const std::uint8_t *data, std::size_t n)
 {
     if (settings_.listenOnly)
         return false;
-    std::size_t done = 0;
-    while (done < n) {
-        const ssize_t w = ::write(fd_, data + done, n - done);
-        if (w > 0) {
-            done += std::size_t(w);
-            continue;
-        }
-        if (w < 0 && errno != EAGAIN && errno != EINTR)
-            return false;
-        pollfd p = {fd_, POLLOUT, 0};
-        if (poll(&p, 1, 1000) <= 0)
-            return false;
-    }
-    return true;
+    return writeAll(fd_, data, n, 1000);
 }
 
 bool SerialPort::drain()

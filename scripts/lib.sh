@@ -24,9 +24,12 @@
 RV_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 RV_JOBS=${RV_JOBS:-2}
 # help2man: the tools' manual pages; dpkg-dev: dpkg-architecture and the
-# Debian packages' tools; tshark: the monitor's test decodes its captures.
+# Debian packages' tools; tshark: the monitor's test decodes its captures;
+# ser2net and pymodbus (with the serial modules its server imports): the
+# gateways the network tests reach a line through.
 RV_BASE_PACKAGES=(cmake g++ make pkg-config qtbase5-dev libmodbus-dev libgtest-dev googletest
-                  libgmock-dev libbenchmark-dev libcli11-dev dpkg-dev help2man python3 tshark)
+                  libgmock-dev libbenchmark-dev libcli11-dev dpkg-dev help2man python3 tshark
+                  ser2net python3-pymodbus python3-serial python3-serial-asyncio)
 
 rv_log()
 {

@@ -10,6 +10,7 @@ if(TARGET rv_modbus_server)
     ${CMAKE_CURRENT_LIST_DIR}/presets.cpp
     ${CMAKE_CURRENT_LIST_DIR}/request_log.cpp
     ${CMAKE_CURRENT_LIST_DIR}/line_link.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/tcp_line.cpp
     ${CMAKE_CURRENT_LIST_DIR}/server/remote_framing.cpp)
   target_compile_definitions(rvsim PRIVATE RV_VERSION="${PROJECT_VERSION}")
   target_link_libraries(rvsim PRIVATE rv_modbus_server rv_common rv_static util)

@@ -1,5 +1,5 @@
-// rvsim: a Quorvel RV controller on a pseudo-terminal or a serial port,
-// answering Modbus RTU with live values and faults on request.
+// rvsim: a Quorvel RV controller on a pseudo-terminal, a serial port or TCP,
+// answering Modbus RTU (or Modbus TCP) with live values and faults on request.
 #include <errno.h>
 #include <fcntl.h>
 #include <pty.h>
@@ -18,9 +18,11 @@
 #include "presets.h"
 #include "request_log.h"
 #include "sim_options.h"
+#include "sim/server/mbap_framing.h"
 #include "sim/server/modbus_server.h"
 #include "link/serial_port.h"
 #include "sim/server/remote_framing.h"
+#include "tcp_line.h"
 
 namespace {
 
@@ -106,8 +108,15 @@ int main(int argc, char **argv)
     rvlink::SerialPort serial(settings);
     int fd = -1, slave = -1;
     std::string path = o.device;
-    if (o.device.empty() ? !openPty(o, fd, slave, path, error) : !serial.open(error))
+    TcpLine tcp;
+    if (!o.listen.empty()) {
+        if (!tcp.listen(o.listen, error))
+            return fail(error);
+        fd = tcp.serverFd();
+        path = tcp.address();
+    } else if (o.device.empty() ? !openPty(o, fd, slave, path, error) : !serial.open(error)) {
         return fail(error);
+    }
     if (serial.isOpen()) {
         fd = serial.fd();
         // A UART sends at its own speed: wire time added on top would count
@@ -126,8 +135,11 @@ int main(int argc, char **argv)
     }
     ModbusServer server(fd);
     RemoteFraming remoteFraming;
+    MbapFraming mbapFraming;
     if (o.remoteLink)
         server.setFraming(&remoteFraming);
+    else if (o.modbusTcp)
+        server.setFraming(&mbapFraming);
     server.setStations(o.stations);
     server.setFaults(o.faults);
     server.setScript(o.script);
@@ -147,7 +159,11 @@ int main(int argc, char **argv)
                     fflush(sink);
                 }
         });
-    if (!server.start())
+    if (!server.start() || (!o.listen.empty() && !tcp.start([&o](const std::string &event) {
+            if (!o.quiet)
+                printf("rvsim: %s\n", event.c_str());
+            fflush(stdout);
+        })))
         return fail("cannot start the Modbus server");
     LiveData live(server);
 
@@ -157,7 +173,9 @@ int main(int argc, char **argv)
     if (!o.dataFile.empty())
         printf("rvsim: %d preset values from %s\n", presets, o.dataFile.c_str());
     printf("rvsim: listening on %s (station %s%s)\n", path.c_str(), stations.c_str(),
-           o.remoteLink ? ", far end of a remote link" : "");
+           o.remoteLink  ? ", far end of a remote link"
+           : o.modbusTcp ? ", Modbus TCP"
+                         : "");
     if (tapFd >= 0)
         printf("rvsim: the line heard on %s\n", tapPath.c_str());
     fflush(stdout);
@@ -178,6 +196,7 @@ int main(int argc, char **argv)
         }
     }
 
+    tcp.stop();
     server.stop();
     const ModbusServer::Counters c = server.counters();
     printf("rvsim: stopped after %llu requests, %llu replies, %llu faults",
@@ -195,7 +214,7 @@ int main(int argc, char **argv)
     }
     if (log)
         fclose(log);
-    if (!serial.isOpen()) {
+    if (!serial.isOpen() && o.listen.empty()) {
         close(fd);
         close(slave);
     }

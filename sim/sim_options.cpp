@@ -137,6 +137,9 @@ bool parseSimOptions(int argc, char **argv, SimOptions &o, std::string &error)
     app.add_option("--port", o.device);
     app.add_option("--link", o.link);
     app.add_option("--tap", o.tap);
+    std::string listenModbusTcp;
+    app.add_option("--listen", o.listen);
+    app.add_option("--listen-modbus-tcp", listenModbusTcp);
     app.add_option("-b,--baud", baud);
     app.add_option("-P,--parity", parity);
     app.add_option("-s,--stop", stop);
@@ -211,7 +214,29 @@ bool parseSimOptions(int argc, char **argv, SimOptions &o, std::string &error)
         error = "--refuse: " + error;
         return false;
     }
-    const bool onPty = o.device.empty();
+    // One line a run; Modbus TCP frames carry no request descriptions.
+    const struct {
+        bool clash;
+        const char *why;
+    } clashes[] = {
+        {!o.listen.empty() && !listenModbusTcp.empty(),
+         "--listen and --listen-modbus-tcp: one line a run"},
+        {!(o.listen + listenModbusTcp).empty() && !(o.device + o.link).empty(),
+         "--listen and --listen-modbus-tcp serve TCP: leave --port and --link out"},
+        {!listenModbusTcp.empty() && o.remoteLink,
+         "--remote-link: no Modbus TCP frame carries request descriptions (use --listen)"},
+    };
+    for (const auto &c : clashes) {
+        if (c.clash) {
+            error = c.why;
+            return false;
+        }
+    }
+    if (!listenModbusTcp.empty()) {
+        o.listen = listenModbusTcp;
+        o.modbusTcp = true;
+    }
+    const bool onPty = o.device.empty() && o.listen.empty();
     o.line.pace = !noPace;
     const int baudRate = o.line.format.baud;
     o.line.ownSettingsOnly = onPty && !anyBaud && terminalSpeed(baudRate);

@@ -8,10 +8,12 @@
 #include "sim/server/modbus_server.h"
 
 struct SimOptions {
-    std::string device;  // serve a real serial port; empty = a new pty
-    std::string link;    // symlink to the pty, e.g. /tmp/rv0
-    std::string tap;     // symlink to a second pty carrying both directions
-    LineSettings line;   // its format, and paced at it unless --no-pace
+    std::string device;      // serve a real serial port; empty = a new pty
+    std::string link;        // symlink to the pty, e.g. /tmp/rv0
+    std::string tap;         // symlink to a second pty carrying both directions
+    std::string listen;      // serve TCP clients on HOST:PORT instead, one at a time
+    bool modbusTcp = false;  // ... as a Modbus TCP server (MBAP framing)
+    LineSettings line;       // its format, and paced at it unless --no-pace
     std::vector<int> stations{1};
     FaultPlan::Rates faults;
     std::vector<FaultPlan::Fault> script;  // faults of the first requests, in order

@@ -1,20 +1,25 @@
 // The link's pure core as a runtime meets it: replies read by length out
 // of byte streams cut at every point, the reason for every skip, request
 // and remote framing, line timing, the window that tells a stray copy from
-// an answer, and the reads that confirm a doubtful reply. Frames are
-// written out by hand (CRCs from an independent calculation).
+// an answer, the reads that confirm a doubtful reply, and what gateways on
+// the network put around frames. Frames are written out by hand (CRCs from
+// an independent calculation).
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
 #include "link/confirm_read.h"
+#include "link/line_address.h"
 #include "link/line_timing.h"
+#include "link/mbap.h"
+#include "link/modbus_tcp_carrier.h"
 #include "link/remote_frame.h"
 #include "link/reply_reader.h"
 #include "link/reply_scan.h"
 #include "link/rtu_frame.h"
 #include "link/stray_guard.h"
+#include "link/telnet.h"
 
 namespace {
 
@@ -295,4 +300,149 @@ TEST(LinkConfirm, AsksInAnotherShapeAndComparesWhatBothHold)
         const rvlink::Confirmation plan = rvlink::planConfirmation(c.request, false, {}, 0);
         EXPECT_EQ(c.holds, rvlink::confirms(c.request, c.reply, false, plan, {c.check})) << c.what;
     }
+}
+
+TEST(LinkNetwork, AddressesNameTheirGateway)
+{
+    using A = rvlink::LineAddress;
+    const struct {
+        const char *text;
+        A::Kind kind;
+        const char *host;
+        int port;  // 0: refused
+    } cases[] = {
+        {"/dev/ttyUSB0", A::Device, "", 0},
+        {"socket://127.0.0.1:7000", A::Socket, "127.0.0.1", 7000},
+        {"rfc2217://gw.local:2217", A::Rfc2217, "gw.local", 2217},
+        {"modbus-tcp://10.0.0.5", A::ModbusTcp, "10.0.0.5", 502},
+        {"modbus-tcp://[::1]:1502", A::ModbusTcp, "::1", 1502},
+        {"socket://127.0.0.1", A::Device, "", 0},
+        {"socket://:7000", A::Device, "", 0},
+        {"rfc2217://gw:0", A::Device, "", 0},
+        {"rfc2217://gw:65536", A::Device, "", 0},
+        {"socket://gw:12x", A::Device, "", 0},
+        {"socket://gw:-5", A::Device, "", 0},
+        {"modbus-tcp://[::1", A::Device, "", 0},
+    };
+    for (const auto &c : cases) {
+        A a;
+        std::string error;
+        const bool device = std::string(c.text)[0] == '/';
+        EXPECT_EQ(!device, rvlink::isNetworkAddress(c.text)) << c.text;
+        EXPECT_EQ(device || c.port > 0, rvlink::parseLineAddress(c.text, a, error)) << c.text;
+        EXPECT_EQ(c.kind, a.kind) << c.text;
+        EXPECT_EQ(c.host, a.host) << c.text;
+        EXPECT_EQ(device || c.port > 0, error.empty()) << c.text << ": " << error;
+    }
+}
+
+TEST(LinkNetwork, TelnetEscapesNegotiatesAndSetsTheFarPort)
+{
+    namespace t = rvlink::telnet;
+    EXPECT_EQ("01 FF FF 02", hex(t::escape(bytes({0x01, 0xFF, 0x02}).data(), 3)));
+    EXPECT_EQ("FF FB 00 FF FB 03 FF FB 2C FF FD 00 FF FD 03", hex(t::opening()));
+    // Data with a doubled IAC, WILL COM-PORT, the baud rate's answer, data,
+    // and the parity's answer holding an IAC: the same at every cut.
+    const Bytes stream =
+        bytes({0x01, 0xFF, 0xFF, 0x02, 0xFF, 0xFB, 0x2C, 0xFF, 0xFA, 0x2C, 0x65, 0x00, 0x00,
+               0x25, 0x80, 0xFF, 0xF0, 0x03, 0xFF, 0xFA, 0x2C, 0x67, 0xFF, 0xFF, 0xFF, 0xF0});
+    for (size_t cut = 0; cut <= stream.size(); ++cut) {
+        t::Reader reader;
+        Bytes data;
+        std::vector<t::Command> commands;
+        reader.feed(stream.data(), cut, data, commands);
+        reader.feed(stream.data() + cut, stream.size() - cut, data, commands);
+        EXPECT_EQ("01 FF 02 03", hex(data)) << cut;
+        ASSERT_EQ(3u, commands.size()) << cut;
+        EXPECT_EQ(t::WILL * 256 + 44, commands[0].verb * 256 + commands[0].option);
+        EXPECT_EQ("65 00 00 25 80", hex(commands[1].payload));
+        EXPECT_TRUE(t::answers(commands[1], t::SetBaudRate));
+        EXPECT_FALSE(t::answers(commands[1], t::SetParity));
+        EXPECT_EQ("67 FF", hex(commands[2].payload));
+    }
+    // What the server asks for that the client does not do is refused once.
+    t::Negotiator n;
+    const std::pair<int, const char *> asked[] = {
+        {t::DO * 256 + 44, ""},          {t::DO * 256 + 1, "FF FC 01"}, {t::DO * 256 + 1, ""},
+        {t::WILL * 256 + 1, "FF FE 01"}, {t::WILL * 256 + 0, ""},       {t::DONT * 256 + 0, ""},
+    };
+    for (const auto &a : asked)
+        EXPECT_EQ(a.second, hex(n.answer(a.first / 256, a.first % 256))) << a.first;
+    // 9600 8N2 and 115200 8O1 (parity 1 none, 2 odd, 3 even), each command's
+    // value with an IAC in it doubled.
+    rvlink::LineFormat f;
+    f.baud = 9600;
+    f.parity = 'N';
+    f.stopBits = 2;
+    std::string settings;
+    for (const t::Setting &s : t::formatSettings(f))
+        settings += hex(t::comPortCommand(s.command, s.value)) + "; ";
+    f = rvlink::LineFormat();
+    f.baud = 115200;
+    f.parity = 'O';
+    settings += hex(t::formatSettings(f)[0].value) + " " + hex(t::formatSettings(f)[2].value);
+    EXPECT_EQ("FF FA 2C 01 00 00 25 80 FF F0; FF FA 2C 02 08 FF F0; FF FA 2C 03 01 FF F0; "
+              "FF FA 2C 04 02 FF F0; 00 01 C2 00 02",
+              settings);
+    EXPECT_EQ("FF FA 2C 01 00 FF FF 00 00 FF F0",
+              hex(t::comPortCommand(t::SetBaudRate, bytes({0x00, 0xFF, 0x00, 0x00}))));
+}
+
+TEST(LinkNetwork, ModbusTcpFramesAndTellsALateReplyByItsTransaction)
+{
+    const Bytes read = bytes({0x01, 0x03, 0x00, 0x00, 0x00, 0x04, 0x44, 0x09});
+    Bytes out;
+    ASSERT_TRUE(rvlink::mbapFrame(read.data(), read.size(), 0x1234, out));
+    EXPECT_EQ("12 34 00 00 00 06 01 03 00 00 00 04", hex(out));
+    const Bytes badCrc = bytes({0x01, 0x03, 0x00, 0x00, 0x00, 0x04, 0x44, 0x08});
+    EXPECT_FALSE(rvlink::mbapFrame(badCrc.data(), badCrc.size(), 1, out));
+    EXPECT_FALSE(rvlink::mbapFrame(read.data(), 3, 1, out));
+
+    // D0-D3 = 11, 0x1234, 0, 0 from unit 1.
+    const Bytes reply = bytes({0x12, 0x34, 0x00, 0x00, 0x00, 0x0B, 0x01, 0x03, 0x08, 0x00, 0x0B,
+                               0x12, 0x34, 0x00, 0x00, 0x00, 0x00});
+    const struct {
+        Bytes frame;
+        std::size_t length;
+        rvlink::MbapVerdict verdict;
+        std::size_t taken;
+        const char *rtu;
+    } cases[] = {
+        {reply, 17, rvlink::MbapVerdict::Reply, 17, "01 03 08 00 0B 12 34 00 00 00 00 9D A1"},
+        {reply, 16, rvlink::MbapVerdict::NeedMore, 0, ""},
+        {reply, 6, rvlink::MbapVerdict::NeedMore, 0, ""},
+        {bytes({0x12, 0x33, 0, 0, 0, 3, 1, 0x83, 2}), 9, rvlink::MbapVerdict::Stale, 9, ""},
+        {bytes({0x12, 0x34, 0, 1, 0, 3, 1, 0x83, 2}), 9, rvlink::MbapVerdict::Broken, 9, ""},
+        {bytes({0x12, 0x34, 0, 0, 0, 1, 1}), 7, rvlink::MbapVerdict::Broken, 7, ""},
+        {bytes({0x12, 0x34, 0, 0, 1, 0, 1}), 7, rvlink::MbapVerdict::Broken, 7, ""},
+    };
+    for (const auto &c : cases) {
+        Bytes rtu;
+        const rvlink::MbapStep step = rvlink::readMbap(c.frame.data(), c.length, 0x1234, rtu);
+        EXPECT_EQ(int(c.verdict), int(step.verdict)) << hex(c.frame);
+        EXPECT_EQ(c.taken, step.bytes) << hex(c.frame);
+        EXPECT_EQ(c.rtu, hex(rtu)) << hex(c.frame);
+    }
+
+    // Over a connection: an earlier request's late reply and the gateway's
+    // "no answer" (0x0B) are dropped and counted; the answer, in pieces,
+    // comes out as its RTU frame.
+    rvlink::ModbusTcpCarrier carrier;
+    ASSERT_TRUE(carrier.wrap(read.data(), read.size(), out));
+    ASSERT_TRUE(carrier.wrap(read.data(), read.size(), out));
+    EXPECT_EQ("00 02 00 00 00 06 01 03 00 00 00 04", hex(out));
+    const Bytes stream =
+        bytes({0x00, 0x01, 0,    0,    0, 3, 1, 0x83, 0x02, 0x00, 0x02, 0, 0, 0, 3, 1,
+               0x83, 0x0B, 0x00, 0x02, 0, 0, 0, 7,    1,    3,    4,    0, 5, 0, 6});
+    Bytes line, answer;
+    EXPECT_TRUE(carrier.unwrap(stream.data(), 20, line, answer));
+    EXPECT_TRUE(carrier.unwrap(stream.data() + 20, stream.size() - 20, line, answer));
+    EXPECT_EQ("01 03 04 00 05 00 06 6A 30", hex(line));
+    rvlink::NetworkFigures figures;
+    carrier.addFigures(figures);
+    EXPECT_EQ(1, figures.stale);
+    EXPECT_EQ(1, figures.gatewayNoAnswer);
+    EXPECT_FALSE(carrier.wrap(badCrc.data(), badCrc.size(), out));
+    const Bytes broken = bytes({0, 2, 0, 9, 0, 3, 1, 3, 0});
+    EXPECT_FALSE(carrier.unwrap(broken.data(), broken.size(), line, answer));
 }

@@ -26,37 +26,10 @@
 #include "poll_stats.h"
 #include "support/run_command.h"
 #include "support/rvsim_process.h"
+#include "support/tool_run.h"
 #include "common/varspec.h"
 
 namespace {
-
-struct Result {
-    int status = -1;  // exit status; 137 when it had to be killed
-    std::string out, err;
-};
-
-// Runs a shell command line to its end (killed after a minute), with the
-// output of the shell line `input` on its standard input.
-Result run(const std::string &command, const std::string &input = ":")
-{
-    const std::string err = scratchFile();
-    Result r;
-    r.out = runCommand("(" + input + ") | timeout -s KILL 60 " + command + " 2>" + err +
-                       "; echo \"<exit $?>\"");
-    const size_t at = r.out.rfind("<exit ");
-    r.status = at == std::string::npos ? -1 : atoi(r.out.c_str() + at + 6);
-    r.out.erase(std::min(at, r.out.size()));
-    r.err = readFile(err);
-    unlink(err.c_str());
-    return r;
-}
-
-// The library of this build tree, named explicitly: the sanitizers' dlopen
-// interceptors hide rvpoll's RUNPATH from the loader.
-std::string poll(const std::string &port, const std::string &args)
-{
-    return "'" RVPOLL_PATH "' --lib '" DRIVER_PATH "' --port " + port + " " + args;
-}
 
 // Every number that follows `key` in `text`, in order.
 std::vector<long> numbersAfter(const std::string &text, const std::string &key)

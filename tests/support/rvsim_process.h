@@ -1,5 +1,5 @@
-// rvsim run in the background on its own pseudo-terminal, and the small file
-// helpers the tool tests share. The including test defines RVSIM_PATH.
+// rvsim (or any command) run in the background, and the small file helpers
+// the tool tests share. The including test defines RVSIM_PATH.
 #ifndef RV_TEST_RVSIM_PROCESS_H
 #define RV_TEST_RVSIM_PROCESS_H
 
@@ -38,30 +38,25 @@ inline std::string missing(const std::string &text, const std::vector<const char
     return lacks;
 }
 
-// rvsim with `args`, its output going to a file; path() is its line.
-class Sim {
+// A shell command run in the background, its output going to a file.
+class Background {
 public:
-    explicit Sim(const std::string &args = "")
+    explicit Background(const std::string &command)
     {
-        const std::string sh = "exec '" RVSIM_PATH "' " + args + " >" + log_ + " 2>&1 </dev/null";
+        const std::string sh = command + " >" + log_ + " 2>&1 </dev/null";
         if ((pid_ = fork()) == 0) {
             execl("/bin/sh", "sh", "-c", sh.c_str(), static_cast<char *>(nullptr));
             _exit(127);
         }
-        for (int waited = 0; waited < 10000 && path_.empty(); waited += 20, usleep(20000)) {
-            const std::string t = output();
-            const size_t at = t.find("listening on ");
-            if (at != std::string::npos && t.find(' ', at + 13) != std::string::npos)
-                path_ = t.substr(at + 13, t.find(' ', at + 13) - at - 13);
-        }
     }
-    ~Sim()
+    ~Background()
     {
         stop();
         unlink(log_.c_str());
     }
+    Background(const Background &) = delete;
+    Background &operator=(const Background &) = delete;
 
-    const std::string &path() const { return path_; }
     std::string output() const { return readFile(log_); }
     // Waits up to ten seconds for the output to show all of `parts`.
     bool waitFor(const std::vector<const char *> &parts) const
@@ -71,12 +66,19 @@ public:
                 return true;
         return false;
     }
-    // SIGTERM; returns the exit status (0 on a clean stop).
+    // SIGTERM, and SIGKILL after ten seconds; returns the exit status (0 on
+    // a clean stop).
     int stop()
     {
         int status = 0;
-        if (pid_ > 0 && kill(pid_, SIGTERM) == 0 && waitpid(pid_, &status, 0) == pid_)
-            status_ = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        if (pid_ > 0 && kill(pid_, SIGTERM) == 0) {
+            pid_t done = 0;
+            for (int waited = 0; waited < 10000 && done == 0; waited += 20, usleep(20000))
+                done = waitpid(pid_, &status, WNOHANG);
+            if (done == 0 && kill(pid_, SIGKILL) == 0)
+                done = waitpid(pid_, &status, 0);
+            status_ = done == pid_ && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        }
         pid_ = -1;
         return status_;
     }
@@ -85,6 +87,24 @@ private:
     const std::string log_ = scratchFile();
     pid_t pid_ = -1;
     int status_ = -1;
+};
+
+// rvsim with `args`; path() is its line.
+class Sim : public Background {
+public:
+    explicit Sim(const std::string &args = "") : Background("exec '" RVSIM_PATH "' " + args)
+    {
+        for (int waited = 0; waited < 10000 && path_.empty(); waited += 20, usleep(20000)) {
+            const std::string t = output();
+            const size_t at = t.find("listening on ");
+            if (at != std::string::npos && t.find(' ', at + 13) != std::string::npos)
+                path_ = t.substr(at + 13, t.find(' ', at + 13) - at - 13);
+        }
+    }
+
+    const std::string &path() const { return path_; }
+
+private:
     std::string path_;
 };
 
