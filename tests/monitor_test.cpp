@@ -23,39 +23,6 @@
 namespace {
 
 // A program run in the background through the shell, its output in files.
-class Background {
-public:
-    explicit Background(const std::string &command)
-    {
-        const std::string sh = "exec " + command + " >" + out_ + " 2>" + err_ + " </dev/null";
-        if ((pid_ = fork()) == 0) {
-            execl("/bin/sh", "sh", "-c", sh.c_str(), static_cast<char *>(nullptr));
-            _exit(127);
-        }
-    }
-    ~Background()
-    {
-        finish(SIGKILL);
-        unlink(out_.c_str());
-        unlink(err_.c_str());
-    }
-    // Sends `signo` and returns the exit status.
-    int finish(int signo)
-    {
-        int status = 0;
-        if (pid_ > 0 && kill(pid_, signo) == 0 && waitpid(pid_, &status, 0) == pid_)
-            status_ = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        pid_ = -1;
-        return status_;
-    }
-    std::string out() const { return readFile(out_); }
-    std::string err() const { return readFile(err_); }
-
-private:
-    const std::string out_ = scratchFile(), err_ = scratchFile();
-    pid_t pid_ = -1;
-    int status_ = -1;
-};
 
 std::string rvpoll(const std::string &args)
 {
@@ -121,14 +88,15 @@ TEST(MonitorTest, AccountsForEveryExchangeOfAPolledLine)
     Sim sim("--tap " + tap + " --tick-ms 60000 --data " + presets +
             " --pieces 6,20 --seed 3 --script ok,lose,drop,crc,cut,noise,exception");
     ASSERT_FALSE(sim.path().empty()) << sim.output();
-    Background monitor(rvpoll("--monitor " + tap + " --json --timeout-ms 150 --capture " + live));
+    Background monitor(
+        "exec " + rvpoll("--monitor " + tap + " --json --timeout-ms 150 --capture " + live), true);
     usleep(300000);
     const std::string poll =
         runCommand(rvpoll("--port " + sim.path() + " --scans 3 --timeout-ms 150 --json --capture " +
                           polled + " D0-D3 M0-M15 2>&1"));
     usleep(300000);
-    ASSERT_EQ(130, monitor.finish(SIGINT)) << monitor.err();
-    const std::string heard = monitor.out();
+    ASSERT_EQ(130, monitor.finish(SIGINT)) << monitor.errors();
+    const std::string heard = monitor.output();
 
     // As many exchanges as rvpoll sent frames, ending as rvpoll saw them.
     const long frames = lineNumber(poll, " frames transmitted");
@@ -190,7 +158,8 @@ TEST(MonitorTest, ListensWithoutSendingAndNamesWhatItHears)
     char name[128];
     ASSERT_EQ(0, openpty(&master, &slave, name, nullptr, nullptr));
     close(slave);
-    Background monitor(rvpoll("--monitor " + std::string(name) + " --timeout-ms 100"));
+    Background monitor("exec " + rvpoll("--monitor " + std::string(name) + " --timeout-ms 100"),
+                       true);
     usleep(300000);
     // Each piece of the line, and how long after the one before it came.
     const std::vector<std::pair<int, Bytes>> line = {
@@ -214,7 +183,7 @@ TEST(MonitorTest, ListensWithoutSendingAndNamesWhatItHears)
     // Nothing comes back from the monitor's end of the line.
     pollfd p = {master, POLLIN, 0};
     EXPECT_EQ(0, poll(&p, 1, 400));
-    EXPECT_EQ(130, monitor.finish(SIGINT)) << monitor.err();
+    EXPECT_EQ(130, monitor.finish(SIGINT)) << monitor.errors();
     close(master);
     EXPECT_EQ("station 1 read D0-D3: ok N ms D0=1 D1=2 D2=3 D3=4\n"
               "station 1 read X0-X17: ok N ms X0=1 X1=0 X2=0 X3=0 X4=0 X5=0 X6=0 X7=1 X10=0 "
@@ -223,7 +192,7 @@ TEST(MonitorTest, ListensWithoutSendingAndNamesWhatItHears)
               "station 1 write D100: ok N ms D100=4660\n"
               "station 1 read TD5: exception 0x02 (illegal data address) N ms\n"
               "station 1 read register 65520-65521: no reply\n",
-              withoutTimes(monitor.out()));
+              withoutTimes(monitor.output()));
 
     // A capture of another tool (pcap, no marks) of a remote link's read.
     const std::string pcap = scratchFile();

@@ -41,9 +41,11 @@ inline std::string missing(const std::string &text, const std::vector<const char
 // A shell command run in the background, its output going to a file.
 class Background {
 public:
-    explicit Background(const std::string &command)
+    // `apart`: standard error to a file of its own, not with the output.
+    explicit Background(const std::string &command, bool apart = false)
     {
-        const std::string sh = command + " >" + log_ + " 2>&1 </dev/null";
+        const std::string sh =
+            command + " >" + log_ + " 2>" + (apart ? err_ : "&1") + " </dev/null";
         if ((pid_ = fork()) == 0) {
             execl("/bin/sh", "sh", "-c", sh.c_str(), static_cast<char *>(nullptr));
             _exit(127);
@@ -51,13 +53,15 @@ public:
     }
     ~Background()
     {
-        stop();
+        finish(SIGKILL);
         unlink(log_.c_str());
+        unlink(err_.c_str());
     }
     Background(const Background &) = delete;
     Background &operator=(const Background &) = delete;
 
     std::string output() const { return readFile(log_); }
+    std::string errors() const { return readFile(err_); }
     // Waits up to ten seconds for the output to show all of `parts`.
     bool waitFor(const std::vector<const char *> &parts) const
     {
@@ -68,10 +72,12 @@ public:
     }
     // SIGTERM, and SIGKILL after ten seconds; returns the exit status (0 on
     // a clean stop).
-    int stop()
+    int stop() { return finish(SIGTERM); }
+    // `signo`, then SIGKILL after ten seconds; the exit status, or -1.
+    int finish(int signo)
     {
         int status = 0;
-        if (pid_ > 0 && kill(pid_, SIGTERM) == 0) {
+        if (pid_ > 0 && kill(pid_, signo) == 0) {
             pid_t done = 0;
             for (int waited = 0; waited < 10000 && done == 0; waited += 20, usleep(20000))
                 done = waitpid(pid_, &status, WNOHANG);
@@ -84,7 +90,7 @@ public:
     }
 
 private:
-    const std::string log_ = scratchFile();
+    const std::string log_ = scratchFile(), err_ = scratchFile();
     pid_t pid_ = -1;
     int status_ = -1;
 };
