@@ -86,15 +86,6 @@ void Monitor::drain()
     }
 }
 
-// A frame's bytes as rvpoll's trace shows them: [01][03].. sent, <01><03>.. received.
-QString traced(const rvlink::Bytes &bytes, char open, char close)
-{
-    QString text;
-    for (std::uint8_t b : bytes)
-        text += QString("%1%2%3").arg(open).arg(b, 2, 16, QChar('0')).arg(close);
-    return text.toUpper();
-}
-
 void Monitor::show(const rvlink::BusExchange &x, const HeardExchange &h)
 {
     last_ = monitorLine(h);
@@ -113,8 +104,7 @@ void Monitor::show(const rvlink::BusExchange &x, const HeardExchange &h)
         for (int i = 0; o_.verbose && i < 2; ++i) {
             const rvlink::Bytes &b = i == 0 ? x.request : x.reply;
             if (!b.empty() && h.station >= 0)
-                printf("    %s\n",
-                       traced(b, i ? '<' : '[', i ? '>' : ']').toLocal8Bit().constData());
+                printf("    %s\n", rvlink::bracketed(b, i ? '<' : '[', i ? '>' : ']').c_str());
         }
     }
     fflush(stdout);

@@ -4,6 +4,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
+#include <string>
 #include <vector>
 
 namespace rvlink {
@@ -26,6 +28,18 @@ inline void appendBigEndian16(Bytes &b, unsigned v)
 {
     b.push_back(std::uint8_t(v >> 8));
     b.push_back(std::uint8_t(v));
+}
+
+// Bytes as the tools' traces show them: [01][03].. sent, <01><03>.. heard.
+inline std::string bracketed(const Bytes &b, char open, char close)
+{
+    std::string text;
+    char hex[8];
+    for (std::uint8_t x : b) {
+        std::snprintf(hex, sizeof hex, "%c%02X%c", open, x, close);
+        text += hex;
+    }
+    return text;
 }
 
 }  // namespace rvlink

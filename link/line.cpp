@@ -50,13 +50,8 @@ void Line::trace(const Bytes &bytes, char open, char close, long long sinceMs)
 {
     if (!trace_ || bytes.empty())
         return;
-    std::string line;
-    char hex[8];
-    for (std::uint8_t b : bytes) {
-        snprintf(hex, sizeof hex, "%c%02X%c", open, b, close);
-        line += hex;
-    }
-    fprintf(trace_, "%8.1f ms %s\n", double(nowMs() - sinceMs), line.c_str());
+    fprintf(trace_, "%8.1f ms %s\n", double(nowMs() - sinceMs),
+            bracketed(bytes, open, close).c_str());
 }
 
 void Line::waitForGap()
@@ -141,8 +136,8 @@ int Line::settle(long long untilMs, int quietMs, long long sentMs, const Bytes *
         discarded += n;
         late.insert(late.end(), buf.begin(), buf.begin() + n);
         trace(Bytes(buf.begin(), buf.begin() + n), '<', '>', sentMs >= 0 ? sentMs : lastByteMs);
-        if (sentMs >= 0 && guard_.noteLateness(lastByteMs - sentMs))
-            widened_ = true;
+        if (sentMs >= 0)
+            guard_.noteLateness(lastByteMs - sentMs);
         // The failed request's answer, late: nothing more is owed by it. A
         // copy of a reply seen is no such answer; the wait goes on.
         if (expect && request && answer.empty()) {

@@ -90,8 +90,6 @@ public:
     void restart();
 
     int windowMs() const { return guard_.windowMs(); }
-    // The window was widened to the lateness the line showed.
-    bool windowWidened() const { return widened_; }
     bool showsStrays() { return guard_.showsStrays(nowMs()); }
 
 private:
@@ -141,7 +139,6 @@ private:
     Clock::time_point start_;
     Clock::time_point quietSince_;  // the line's last byte, in or out
     double slowestMs_ = -1;         // the slowest whole reply so far; -1 none yet
-    bool widened_ = false;
 };
 
 }  // namespace rvlink
