@@ -89,7 +89,7 @@ void Line::noteStrayBytes(const Bytes &bytes, const Bytes *request, const Bytes 
     guard_.noteStrays(now);
     for (const Bytes &reply : findReplies(bytes.data(), bytes.size())) {
         if (request && reply == answer)
-            guard_.noteAnswer(*request, reply, now, true);
+            guard_.noteAnswer(*request, reply, now, StrayGuard::Taken::Late);
         else
             guard_.noteUnanswered(reply, now);
     }
@@ -309,7 +309,8 @@ bool Line::confirm(const Bytes &frame, Exchange &x)
             return false;
         }
         for (std::size_t i = 0; i < replies.size(); ++i)
-            guard_.noteAnswer(plan.reads[i].request, replies[i], nowMs());
+            guard_.noteAnswer(plan.reads[i].request, replies[i], nowMs(),
+                              StrayGuard::Taken::Confirmed);
         return true;
     }
     return false;
@@ -385,7 +386,8 @@ Exchange Line::exchange(const Bytes &frame, int replyLength)
         }
         x.confirmed = true;
     }
-    guard_.noteAnswer(frame, x.reply, nowMs());
+    guard_.noteAnswer(frame, x.reply, nowMs(),
+                      x.confirmed ? StrayGuard::Taken::Confirmed : StrayGuard::Taken::AsItCame);
     slowestMs_ = std::max(slowestMs_, x.rttMs);
     return x;
 }

@@ -32,19 +32,19 @@ void StrayGuard::forgetOld(long long nowMs)
     sweepAt_ = std::max<std::size_t>(1024, 2 * seen_.size());
 }
 
-void StrayGuard::noteAnswer(const Bytes &request, const Bytes &reply, long long nowMs, bool late)
+void StrayGuard::noteAnswer(const Bytes &request, const Bytes &reply, long long nowMs, Taken how)
 {
     forgetOld(nowMs);
     auto found = seen_.find(reply);
-    if (found == seen_.end())
+    if (found == seen_.end() || how == Taken::Confirmed) {
         seen_[reply] = Seen{nowMs, request};
-    else {
+    } else {
         // Taken for another request too: a copy of it answers neither surely.
         if (found->second.request != request)
             found->second.request.clear();
         found->second.atMs = nowMs;
     }
-    if (late)
+    if (how == Taken::Late)
         return;  // shown by no one
     if (lastAnswer_.size() >= kMaxRequests)
         lastAnswer_.clear();

@@ -26,9 +26,15 @@ public:
     // How long replies are remembered, and stray bytes mark the line.
     long long memoryMs() const;
 
-    // A reply taken as the answer to `request`; `late` when it came after
-    // the request had failed (it is the request's, though not taken).
-    void noteAnswer(const Bytes &request, const Bytes &reply, long long nowMs, bool late = false);
+    // How a reply came to be `request`'s.
+    enum class Taken {
+        AsItCame,   // taken as it came
+        Confirmed,  // a read in another shape showed it is the request's alone
+        Late        // came after the request had failed: its own, though not taken
+    };
+    // A reply taken as the answer to `request`.
+    void noteAnswer(const Bytes &request, const Bytes &reply, long long nowMs,
+                    Taken how = Taken::AsItCame);
     // A whole reply that answered none of our requests: late, repeated, or
     // taken and then disproved.
     void noteUnanswered(const Bytes &reply, long long nowMs);
