@@ -22,8 +22,6 @@
 
 namespace {
 
-// A program run in the background through the shell, its output in files.
-
 std::string rvpoll(const std::string &args)
 {
     return "'" RVPOLL_PATH "' --lib '" DRIVER_PATH "' " + args;
