@@ -51,10 +51,12 @@ import time
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 LIBRARY_DIRS = ("driver", "frames", "lists", "localarea")
-# Test programs that check the packaging, the tools, the documentation or the
-# exported names rather than the library's behaviour; left out by default.
+# Test programs that check the packaging, the tools, the link, the
+# documentation or the exported names rather than the library's behaviour;
+# left out by default.
 OTHER_TESTS = ("tools_test", "sim_test", "package_install_test", "exports_test",
-               "minimal_runtime_test")
+               "minimal_runtime_test", "monitor_test", "network_test", "poller_parts_test",
+               "link_test", "link_line_test", "frame_finder_test", "fault_plan_test")
 EQUIVALENT_FILE = os.path.join(ROOT, "scripts", "mutate-equivalent.txt")
 
 
