@@ -142,6 +142,12 @@ TEST(ToolsTest, ValuesNeverReadAreNeverShownAsNumbers)
         EXPECT_EQ(1, r.status) << c.first;
         EXPECT_EQ("", missing(r.out + r.err, c.second)) << c.first << ": " << r.out << r.err;
     }
+    // Stopped by a signal half way, a run shows what it read, then exits
+    // as a shell reports the signal.
+    const Result r = run("timeout --preserve-status -s INT 1 " +
+                         poll(sim.path(), "--once --block 1 D100-D199"));
+    EXPECT_EQ(130, r.status) << r.err;
+    EXPECT_EQ("", missing(r.out, {"scan 0\n", "D100 |   1234"})) << r.out;
     unlink(presets.c_str());
 }
 
@@ -358,7 +364,7 @@ TEST(ToolsTest, BadInputGivesAClearMessageAndStatusTwo)
     const std::string rvpoll = "'" RVPOLL_PATH "' ";
     const std::string null = rvpoll + "--port /dev/null ";
     // The driver as if built against the other Qt: its QtCore soname swapped.
-    const std::string otherQt = scratchFile();
+    const std::string otherQt = scratchFile(), vars = scratchFile("D0\nD1 Q5\n");
     run("cp '" DRIVER_PATH "' " + otherQt + " && perl -0777 -pi -e " +
         "'s/libQtCore\\.so\\.4\\0/libQt5Core.so\\0\\0/g or "
         "s/libQt5Core\\.so\\.5/libQtCore.so.4\\0/g' " +
@@ -366,6 +372,8 @@ TEST(ToolsTest, BadInputGivesAClearMessageAndStatusTwo)
     const std::pair<std::string, const char *> cases[] = {
         {null + "D70000", "bad address '70000'"},
         {null + "X8", "octal"},
+        {null + "--once --scans 3 D0", "--once is one scan: leave --scans out, or --once"},
+        {null + "--vars " + vars, ":2: unknown area 'Q' in 'Q5'"},
         {null + "--multi-station D0", "station prefix"},
         {null + "--write M5=2 M5", "0 or 1"},
         {null + "--write D0-D3=1 D0", "write to one element"},
@@ -395,6 +403,7 @@ TEST(ToolsTest, BadInputGivesAClearMessageAndStatusTwo)
         EXPECT_EQ("", missing(r.err, {c.second})) << c.first << ": " << r.err;
     }
     unlink(otherQt.c_str());
+    unlink(vars.c_str());
 }
 
 // rvsim as the far end of a remote link: rvpoll's requests and frames sent
