@@ -144,8 +144,8 @@ TEST(ToolsTest, ValuesNeverReadAreNeverShownAsNumbers)
     }
     // Stopped by a signal half way, a run shows what it read, then exits
     // as a shell reports the signal.
-    const Result r = run("timeout --preserve-status -s INT 1 " +
-                         poll(sim.path(), "--once --block 1 D100-D199"));
+    const Result r =
+        run("timeout --preserve-status -s INT 1 " + poll(sim.path(), "--once --block 1 D100-D199"));
     EXPECT_EQ(130, r.status) << r.err;
     EXPECT_EQ("", missing(r.out, {"scan 0\n", "D100 |   1234"})) << r.out;
     unlink(presets.c_str());
